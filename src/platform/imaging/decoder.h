@@ -31,11 +31,14 @@ public:
     virtual FrameMetadataBlocks Metadata() const { return {}; }
     // The file's bytes and container, for readers that parse the container themselves.
     virtual const FileBytes& File() const = 0;
-    // A source that decodes this frame reduced in the codec (JPEG DCT scaling, raw half
-    // size) to the smallest size whose sides are both at least `minimum`; nullptr when the
-    // codec cannot reduce or no reduction fits. The new source is independent of this one.
-    virtual std::unique_ptr<BitmapSource> CreateReduced(PixelSize minimum) {
+    // A source that decodes this frame more cheaply than a stage over it could: reduced in
+    // the codec (JPEG DCT scaling, raw half size) to the smallest size whose sides are both
+    // at least `minimum` ({0, 0}: full size), and/or straight into `format` (Unknown: the
+    // frame's own format), as libjpeg-turbo writes BGRX from its colour converter.
+    // nullptr when the codec can do neither. The new source is independent of this one.
+    virtual std::unique_ptr<BitmapSource> CreateVariant(PixelSize minimum, PixelFormat format) {
         (void)minimum;
+        (void)format;
         return nullptr;
     }
 

@@ -1,0 +1,8 @@
+#include "platform/imaging/codecs/codecs.h"
+
+namespace orvanta::imaging::codecs {
+
+// Not built yet: an empty info registers nothing.
+DecoderInfo WmpDecoderInfo() { return {}; }
+
+}  // namespace orvanta::imaging::codecs
