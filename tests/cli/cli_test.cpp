@@ -1,0 +1,98 @@
+// orvanta-cli as a script sees it: exit codes, golden JSON, and the settings round trip
+// through a temporary store.
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <fstream>
+
+#include "support/temp_folder.h"
+
+namespace orvanta {
+namespace {
+
+struct Run {
+    int exitCode;
+    std::string out;
+};
+
+std::string ShellQuote(const std::string& s) {
+    std::string q = "'";
+    for (char c : s) {
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return q + "'";
+}
+
+Run Cli(const std::filesystem::path& registry, std::vector<std::string> args) {
+    std::string command = "ORVANTA_REGISTRY=" + ShellQuote(registry.string()) + " " ORVANTA_CLI;
+    for (const auto& a : args) {
+        command += " " + ShellQuote(a);
+    }
+    command += " 2>/dev/null";
+    Run run{-1, {}};
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) {
+        return run;
+    }
+    char buffer[4096];
+    std::size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+        run.out.append(buffer, n);
+    }
+    const int status = pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+TEST(Cli, ArgsJsonIsGolden) {
+    test::TempFolder folder;
+    const auto run = Cli(folder / "r.db", {"args", "--json", "--text",
+                                           "-a /pics/a.jpg -k \"/My Pictures/b.jpg\" -im /x"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out,
+              R"({"tokens":["exe","-a","/pics/a.jpg","-k","/My Pictures/b.jpg","-im","/x"],)"
+              R"("switches":{"imageFolder":{"present":false,"value":null},)"
+              R"("copyFolder":{"present":false,"value":null},)"
+              R"("monitor":{"present":false,"value":null},)"
+              R"("kiosk":{"present":true,"value":null},)"
+              R"("trackMode":{"present":false,"value":null},)"
+              R"("ptpMode":{"present":false,"value":null},)"
+              R"("autoMode":{"present":true,"value":"/pics/a.jpg"},)"
+              R"("colorProfile":{"present":false,"value":null},)"
+              R"("lang":{"present":false,"value":null},"oem":{"present":false,"value":null}},)"
+              R"("plain":"/My Pictures/b.jpg|/x|"})"
+              "\n");
+}
+
+TEST(Cli, SettingsRoundTripAndRefuseBadInput) {
+    test::TempFolder folder;
+    const auto registry = folder / "r.db";
+    EXPECT_EQ(Cli(registry, {"settings", "set", "AutoModeInterval", "5"}).exitCode, 0);
+    EXPECT_EQ(Cli(registry, {"settings", "get", "automodeinterval"}).out, "5\n");
+    const auto effective = Cli(registry, {"settings", "effective", "--json"});
+    EXPECT_EQ(effective.exitCode, 0);
+    EXPECT_NE(effective.out.find("\"AutoModeInterval\":10,"), std::string::npos);
+    EXPECT_NE(effective.out.find("\"ExternalBookmarkFileName\":\"Bookmarks.orv\""),
+              std::string::npos);
+
+    EXPECT_EQ(Cli(registry, {"settings", "set", "LastPictureFolder", "/shots/a \"b\""}).exitCode,
+              0);
+    EXPECT_EQ(Cli(registry, {"settings", "export", (folder / "s.reg").string()}).exitCode, 0);
+    EXPECT_EQ(Cli(registry, {"settings", "delete", "LastPictureFolder"}).exitCode, 0);
+    EXPECT_EQ(Cli(registry, {"settings", "get", "LastPictureFolder"}).exitCode, 1);
+    EXPECT_EQ(Cli(registry, {"settings", "import", (folder / "s.reg").string()}).exitCode, 0);
+    EXPECT_EQ(Cli(registry, {"settings", "get", "LastPictureFolder", "--json"}).out,
+              "{\"LastPictureFolder\":\"/shots/a \\\"b\\\"\"}\n");
+
+    EXPECT_EQ(Cli(registry, {"settings", "set", "AutoModeInterval", "fast"}).exitCode, 2);
+    EXPECT_EQ(Cli(registry, {"settings", "set", "NoSuchSetting", "1"}).exitCode, 2);
+    EXPECT_EQ(Cli(registry, {"settings", "get", "NoSuchSetting"}).exitCode, 2);
+    EXPECT_EQ(Cli(registry, {"frobnicate"}).exitCode, 2);
+    std::ofstream(folder / "bad.reg") << "not a registry file\n";
+    EXPECT_EQ(Cli(registry, {"settings", "import", (folder / "bad.reg").string()}).exitCode, 1);
+    EXPECT_EQ(Cli(registry, {"settings", "get", "AutoModeInterval"}).out, "5\n");
+}
+
+}  // namespace
+}  // namespace orvanta
