@@ -1,0 +1,200 @@
+#include "list/supported_formats.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/imaging/file_bytes.h"
+#include "platform/text/unicode.h"
+
+namespace orvanta::list {
+
+namespace {
+
+namespace container = imaging::container;
+namespace vendor = imaging::vendor;
+
+constexpr std::array kBuiltInContainers = {container::Jpeg, container::Wmp, container::Bmp,
+                                           container::Png,  container::Ico, container::Gif,
+                                           container::Tiff};
+
+struct ExtensionMapping {
+    std::string_view extensions;  // ";"-separated, with dots
+    imaging::Guid container;
+    imaging::Guid vendor;
+};
+
+// Searched in this order.
+constexpr std::array kExtensionTable = {
+    ExtensionMapping{".jpg;.jpeg;.jpe;.jfif;.exif", container::Jpeg, vendor::Microsoft},
+    ExtensionMapping{".tif;.tiff", container::Tiff, vendor::Microsoft},
+    ExtensionMapping{".hdp;.wdp", container::Wmp, vendor::Microsoft},
+    ExtensionMapping{".bmp;.dib;.rle", container::Bmp, vendor::Microsoft},
+    ExtensionMapping{".png", container::Png, vendor::Microsoft},
+    ExtensionMapping{".gif", container::Gif, vendor::Microsoft},
+    ExtensionMapping{".ico;.icon;.cur", container::Ico, vendor::Microsoft},
+    ExtensionMapping{".nef", container::Nef, vendor::None},
+    ExtensionMapping{".cr2;.crw", container::Cr2, vendor::None},
+    ExtensionMapping{".pef", container::Pef, vendor::None},
+    ExtensionMapping{".orf", container::Orf, vendor::None},
+    ExtensionMapping{".sr2;.srf;.arw", container::Arw, vendor::None},
+    ExtensionMapping{".dng", container::Dng, vendor::None},
+    ExtensionMapping{".rw2", container::Rw2, vendor::None},
+    ExtensionMapping{".tga", container::Tga, vendor::None},
+};
+
+constexpr std::array kRawContainers = {container::Nef, container::RawAlternate, container::Cr2,
+                                       container::Pef, container::Orf, container::Arw,
+                                       container::Dng, container::RawOther, container::Rw2};
+
+// Longer names come before the names they contain, since the search is by substring.
+constexpr std::array<std::string_view, 24> kSiblingPreference = {
+    "jpg", "jpeg", "jpe", "jfif", "exif", "hdp", "wdp", "tiff", "tif", "dng", "png",  "bmp",
+    "dib", "rle",  "icon", "ico", "gif",  "cur", "psd", "tga",  "pcx", "emf", "wmf", "eps"};
+
+constexpr std::array<std::string_view, 13> kQuickFormats = {
+    "jpg", "png", "gif", "jpeg", "jpe", "jfif", "exif", "bmp", "dib", "rle", "ico", "cur", "tga"};
+
+std::string Lower(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'A' && c <= 'Z') {
+            c = static_cast<char>(c - 'A' + 'a');
+        }
+    }
+    return out;
+}
+
+// True when `item` is one whole ";"-separated item of `list`.
+bool HasItem(std::string_view list, std::string_view item) {
+    for (std::size_t at = list.find(item); at != std::string_view::npos;
+         at = list.find(item, at + 1)) {
+        const std::size_t end = at + item.size();
+        if ((at == 0 || list[at - 1] == ';') && (end == list.size() || list[end] == ';')) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void MergeExtensions(const imaging::DecoderInfo& info, std::string& result) {
+    std::string extensions = Lower(info.extensions);
+    if (info.container == container::Wmp && extensions.find(".hdp") == std::string::npos) {
+        extensions += ";.hdp";
+    }
+    if (info.container == container::Ico && extensions.find(".cur") == std::string::npos) {
+        extensions += ";.cur";
+    }
+    std::string piece;
+    std::size_t start = 0;
+    while (start <= extensions.size()) {
+        std::size_t end = extensions.find_first_of(";,", start);
+        if (end == std::string::npos) {
+            end = extensions.size();
+        }
+        const std::string_view token = std::string_view(extensions).substr(start, end - start);
+        start = end + 1;
+        // A token already in the result, or already collected in this piece, adds nothing.
+        const std::string pattern = "*" + std::string(token);
+        if (token.empty() || HasItem(result, pattern) || HasItem(piece, pattern)) {
+            continue;
+        }
+        piece += piece.empty() ? "*" : ";*";
+        piece += token;
+    }
+    if (!piece.empty()) {
+        if (!result.empty()) {
+            result += ';';
+        }
+        result += piece;
+    }
+}
+
+}  // namespace
+
+std::string BuildSupportedPatterns(std::span<const imaging::DecoderInfo> decoders) {
+    std::string result;
+    for (const imaging::Guid& builtIn : kBuiltInContainers) {
+        for (const auto& info : decoders) {
+            if (info.container == builtIn && info.vendor == vendor::Microsoft) {
+                MergeExtensions(info, result);
+                break;
+            }
+        }
+    }
+    for (const auto& info : decoders) {
+        if (std::find(kBuiltInContainers.begin(), kBuiltInContainers.end(), info.container) ==
+            kBuiltInContainers.end()) {
+            MergeExtensions(info, result);
+        }
+    }
+    return result;
+}
+
+bool IsSupported(std::string_view patterns, std::string_view extension, bool multiFrameSupport,
+                 bool* mayHoldFrames) {
+    if (mayHoldFrames != nullptr) {
+        *mayHoldFrames = false;
+    }
+    if (extension.size() < 2 || extension.front() != '.') {
+        return false;
+    }
+    const bool supported = HasItem(patterns, "*" + Lower(extension));
+    if (supported && multiFrameSupport && mayHoldFrames != nullptr) {
+        *mayHoldFrames = HasItem(kMultiFrameCandidates, Lower(extension));
+    }
+    return supported;
+}
+
+bool LookUpContainer(const std::filesystem::path& fileName, ContainerChoice& choice) {
+    const std::string extension = Lower(fileName.extension().string());
+    if (extension.size() < 2) {
+        return false;
+    }
+    for (const auto& mapping : kExtensionTable) {
+        if (HasItem(mapping.extensions, extension)) {
+            choice = {mapping.container, mapping.vendor};
+            return true;
+        }
+    }
+    return false;
+}
+
+bool IsRawContainer(const imaging::Guid& container) {
+    return std::find(kRawContainers.begin(), kRawContainers.end(), container) !=
+           kRawContainers.end();
+}
+
+std::uint32_t CountFrames(const std::filesystem::path& fileName) {
+    std::shared_ptr<const imaging::FileBytes> bytes;
+    if (imaging::FileBytes::Read(fileName, bytes).Failed()) {
+        return 1;
+    }
+    const auto& components = imaging::ComponentList::Instance();
+    std::unique_ptr<imaging::Decoder> decoder;
+    ContainerChoice choice;
+    if (!LookUpContainer(fileName, choice) ||
+        components.CreateDecoder(choice.container, choice.vendor, bytes, decoder).Failed()) {
+        if (components.CreateDecoderByContent(bytes, decoder).Failed()) {
+            return 1;
+        }
+    }
+    const std::uint32_t count = decoder->FrameCount();
+    return count == 0 || count >= 65536 ? 1 : count;
+}
+
+SiblingChoice ChooseSibling(std::string_view extensionSet) {
+    const std::string set = Lower(extensionSet);
+    for (std::string_view name : kSiblingPreference) {
+        if (set.find(name) != std::string::npos) {
+            return {std::string(name), name == "dng"};
+        }
+    }
+    return {set.substr(0, set.find(';')), true};
+}
+
+bool IsQuickFormat(std::string_view extensionWithoutDot) {
+    const std::string wanted = Lower(extensionWithoutDot);
+    return std::find(kQuickFormats.begin(), kQuickFormats.end(), wanted) != kQuickFormats.end();
+}
+
+}  // namespace orvanta::list
