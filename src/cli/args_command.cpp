@@ -42,16 +42,21 @@ int Run(std::span<const std::string> args) {
     if (text && arguments.size() > 1) {
         return UsageError("give either --text or arguments, not both");
     }
-    cmdline::TokenSet tokens = text ? cmdline::TokenSet::Split(*text, cmdline::kPrefixes, true)
-                                    : cmdline::TokenSet::FromArguments(arguments,
-                                                                       cmdline::kPrefixes);
+    cmdline::TokenSet tokens =
+        text ? cmdline::TokenSet::Split(*text, cmdline::kPrefixes, true)
+             : cmdline::TokenSet::FromArguments(arguments, cmdline::kPrefixes);
     const cmdline::StartupRequest request = cmdline::ReadStartupRequest(tokens);
     const std::pair<const char*, const cmdline::SwitchUse*> switches[] = {
-        {"imageFolder", &request.imageFolder}, {"copyFolder", &request.copyFolder},
-        {"monitor", &request.monitor},         {"kiosk", &request.kiosk},
-        {"trackMode", &request.trackMode},     {"ptpMode", &request.ptpMode},
-        {"autoMode", &request.autoMode},       {"colorProfile", &request.colorProfile},
-        {"lang", &request.lang},               {"oem", &request.oem},
+        {"imageFolder", &request.imageFolder},
+        {"copyFolder", &request.copyFolder},
+        {"monitor", &request.monitor},
+        {"kiosk", &request.kiosk},
+        {"trackMode", &request.trackMode},
+        {"ptpMode", &request.ptpMode},
+        {"autoMode", &request.autoMode},
+        {"colorProfile", &request.colorProfile},
+        {"lang", &request.lang},
+        {"oem", &request.oem},
     };
     if (json) {
         std::string out = "{\"tokens\":[";

@@ -28,9 +28,13 @@ void PrintUsage(std::FILE* out) {
 
 }  // namespace
 
-CommandRegistrar::CommandRegistrar(Command command) { Registry().push_back(command); }
+CommandRegistrar::CommandRegistrar(Command command) {
+    Registry().push_back(command);
+}
 
-std::span<const Command> Commands() { return Registry(); }
+std::span<const Command> Commands() {
+    return Registry();
+}
 
 int UsageError(std::string_view text) {
     std::fprintf(stderr, "orvanta-cli: %.*s\n", static_cast<int>(text.size()), text.data());
@@ -46,11 +50,21 @@ std::string JsonString(std::string_view text) {
     std::string out = "\"";
     for (char c : text) {
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
             default:
                 if (static_cast<unsigned char>(c) < 0x20) {
                     char escape[8];

@@ -31,12 +31,18 @@ constexpr std::string_view kUsage =
 
 std::string TypeName(RegType type) {
     switch (type) {
-        case RegType::Dword: return "dword";
-        case RegType::Qword: return "qword";
-        case RegType::Sz: return "sz";
-        case RegType::ExpandSz: return "expand_sz";
-        case RegType::Binary: return "binary";
-        default: return "type" + std::to_string(static_cast<unsigned>(type));
+        case RegType::Dword:
+            return "dword";
+        case RegType::Qword:
+            return "qword";
+        case RegType::Sz:
+            return "sz";
+        case RegType::ExpandSz:
+            return "expand_sz";
+        case RegType::Binary:
+            return "binary";
+        default:
+            return "type" + std::to_string(static_cast<unsigned>(type));
     }
 }
 
@@ -149,8 +155,8 @@ bool ParseNumber(std::string_view text, int bits, std::uint64_t& out) {
         text.remove_prefix(2);
     }
     std::uint64_t magnitude = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), magnitude,
-                                              base);
+    const auto [end, error] =
+        std::from_chars(text.data(), text.data() + text.size(), magnitude, base);
     if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
         return false;
     }
@@ -176,11 +182,16 @@ int Set(const std::string& name, const std::string& text, std::string_view typeO
     }
     RegType type = known->type;
     if (!typeOption.empty()) {
-        if (typeOption == "dword") type = RegType::Dword;
-        else if (typeOption == "qword") type = RegType::Qword;
-        else if (typeOption == "sz") type = RegType::Sz;
-        else if (typeOption == "expand_sz") type = RegType::ExpandSz;
-        else return UsageError("unknown type '" + std::string(typeOption) + "'");
+        if (typeOption == "dword")
+            type = RegType::Dword;
+        else if (typeOption == "qword")
+            type = RegType::Qword;
+        else if (typeOption == "sz")
+            type = RegType::Sz;
+        else if (typeOption == "expand_sz")
+            type = RegType::ExpandSz;
+        else
+            return UsageError("unknown type '" + std::string(typeOption) + "'");
     }
     std::vector<std::uint8_t> data;
     if (type == RegType::Dword || type == RegType::Qword) {
@@ -250,8 +261,7 @@ int Export(std::span<const std::string> args) {
     const long error = platform::ExportRegText(Store(), settings::kSettingsKey, text);
     if (error == ERROR_FILE_NOT_FOUND) {
         text = std::string(platform::kRegFileHeader) + "\n\n[" +
-               platform::JoinKeyPath(platform::kCurrentUserRoot, settings::kSettingsKey) +
-               "]\n\n";
+               platform::JoinKeyPath(platform::kCurrentUserRoot, settings::kSettingsKey) + "]\n\n";
     } else if (error) {
         return Failure("cannot read the settings (error " + std::to_string(error) + ")");
     }
@@ -316,8 +326,9 @@ int Effective(bool json) {
 
 int Run(std::span<const std::string> all) {
     if (all.empty()) {
-        return UsageError("settings needs a sub-command (list, get, set, delete, export, "
-                          "import, effective)");
+        return UsageError(
+            "settings needs a sub-command (list, get, set, delete, export, "
+            "import, effective)");
     }
     const std::string& verb = all[0];
     std::span<const std::string> args = all.subspan(1);
@@ -341,13 +352,20 @@ int Run(std::span<const std::string> all) {
         positional.push_back(args[i]);
     }
     const auto expect = [&](std::size_t count) { return positional.size() == count; };
-    if (verb == "list" && expect(0)) return List(json);
-    if (verb == "get" && expect(1)) return Get(positional[0], json);
-    if (verb == "set" && expect(2)) return Set(positional[0], positional[1], typeOption);
-    if (verb == "delete" && expect(1)) return Delete(positional[0]);
-    if (verb == "export" && positional.size() <= 1) return Export(positional);
-    if (verb == "import" && expect(1)) return Import(positional[0]);
-    if (verb == "effective" && expect(0)) return Effective(json);
+    if (verb == "list" && expect(0))
+        return List(json);
+    if (verb == "get" && expect(1))
+        return Get(positional[0], json);
+    if (verb == "set" && expect(2))
+        return Set(positional[0], positional[1], typeOption);
+    if (verb == "delete" && expect(1))
+        return Delete(positional[0]);
+    if (verb == "export" && positional.size() <= 1)
+        return Export(positional);
+    if (verb == "import" && expect(1))
+        return Import(positional[0]);
+    if (verb == "effective" && expect(0))
+        return Effective(json);
     return UsageError("usage: orvanta-cli " + std::string(kUsage.substr(0, kUsage.find('\n'))) +
                       " ... (see orvanta-cli help)");
 }

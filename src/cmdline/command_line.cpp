@@ -110,8 +110,8 @@ bool TokenSet::StartsSwitch(std::string_view token) const {
     // else ("/home/ann/shots", "/media") is an absolute path.
     std::string_view word = token.substr(1);
     word = word.substr(0, word.find(':'));
-    for (std::string_view name : {kImageFolder, kCopyFolder, kMonitor, kKiosk, kTrackMode,
-                                  kPtpMode, kAutoMode, kColorProfile, kLang, kOem}) {
+    for (std::string_view name : {kImageFolder, kCopyFolder, kMonitor, kKiosk, kTrackMode, kPtpMode,
+                                  kAutoMode, kColorProfile, kLang, kOem}) {
         if (MatchesSwitchName(word, name, false)) {
             return true;
         }

@@ -43,13 +43,13 @@ constexpr std::array kExtensionTable = {
 };
 
 constexpr std::array kRawContainers = {container::Nef, container::RawAlternate, container::Cr2,
-                                       container::Pef, container::Orf, container::Arw,
-                                       container::Dng, container::RawOther, container::Rw2};
+                                       container::Pef, container::Orf,          container::Arw,
+                                       container::Dng, container::RawOther,     container::Rw2};
 
 // Longer names come before the names they contain, since the search is by substring.
 constexpr std::array<std::string_view, 24> kSiblingPreference = {
-    "jpg", "jpeg", "jpe", "jfif", "exif", "hdp", "wdp", "tiff", "tif", "dng", "png",  "bmp",
-    "dib", "rle",  "icon", "ico", "gif",  "cur", "psd", "tga",  "pcx", "emf", "wmf", "eps"};
+    "jpg", "jpeg", "jpe",  "jfif", "exif", "hdp", "wdp", "tiff", "tif", "dng", "png", "bmp",
+    "dib", "rle",  "icon", "ico",  "gif",  "cur", "psd", "tga",  "pcx", "emf", "wmf", "eps"};
 
 constexpr std::array<std::string_view, 13> kQuickFormats = {
     "jpg", "png", "gif", "jpeg", "jpe", "jfif", "exif", "bmp", "dib", "rle", "ico", "cur", "tga"};

@@ -63,7 +63,7 @@ inline constexpr Result E_ACCESSDENIED{0x80070005u};
 inline constexpr Result E_SHARING_VIOLATION{0x80070020u};
 inline constexpr Result E_FILE_NOT_FOUND{0x80070002u};
 inline constexpr Result E_UNSUPPORTED_TYPE{0x8007065Eu};  // ERROR_UNSUPPORTED_TYPE (1630)
-inline constexpr Result E_DISK_FULL{0x80070070u};          // ERROR_DISK_FULL (112)
+inline constexpr Result E_DISK_FULL{0x80070070u};         // ERROR_DISK_FULL (112)
 inline constexpr Result D3DERR_OUTOFVIDEOMEMORY{0x8876017Cu};
 
 // The exception that a decode, a metadata read or an embedded write may throw inside

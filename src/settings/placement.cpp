@@ -36,15 +36,16 @@ std::optional<StoredPlacement> ParsePlacement(std::string_view text) {
     int count = 0;
     std::size_t pos = 0;
     while (count < 15) {
-        while (pos < text.size() && (text[pos] == ' ' || text[pos] == '\t' || text[pos] == '\n' ||
-                                     text[pos] == '\r')) {
+        while (pos < text.size() &&
+               (text[pos] == ' ' || text[pos] == '\t' || text[pos] == '\n' || text[pos] == '\r')) {
             ++pos;
         }
         if (pos < text.size() && text[pos] == '+') {
             ++pos;
         }
         int value = 0;
-        const auto [end, error] = std::from_chars(text.data() + pos, text.data() + text.size(), value);
+        const auto [end, error] =
+            std::from_chars(text.data() + pos, text.data() + text.size(), value);
         if (error != std::errc()) {
             break;
         }

@@ -40,8 +40,7 @@ Setting EnableHistogramDataCompression{"EnableHistogramDataCompression", 0, N::B
 Setting EnablePerChannelHistogramNormalization{"EnablePerChannelHistogramNormalization", 0,
                                                N::Boolean, 0, kFirstRun};
 Setting EnableCopiedStampOverlay{"EnableCopiedStampOverlay", 1, N::Boolean, 0, kFirstRun};
-Setting PreserveSourceFolderHierarchy{"PreserveSourceFolderHierarchy", 0, N::Boolean, 0,
-                                      kFirstRun};
+Setting PreserveSourceFolderHierarchy{"PreserveSourceFolderHierarchy", 0, N::Boolean, 0, kFirstRun};
 Setting ReuseLastPictureFolder{"ReuseLastPictureFolder", 0, N::Boolean, 0, kFirstRun};
 Setting ReuseLastKeepCopyFolder{"ReuseLastKeepCopyFolder", 0, N::Boolean, 0, kFirstRun};
 Setting WrapImageList{"WrapImageList", 1, N::Boolean, 0, kFirstRun};
@@ -171,7 +170,9 @@ std::vector<KnownValue> BuildKnownValues() {
 
 }  // namespace
 
-std::span<Setting* const> AllSettings() { return kLoadOrder; }
+std::span<Setting* const> AllSettings() {
+    return kLoadOrder;
+}
 
 Setting* FindSetting(std::string_view name) {
     for (Setting* setting : kLoadOrder) {

@@ -55,8 +55,7 @@ LoadOutcome LoadSettings(const std::shared_ptr<platform::RegistryStore>& store) 
 
     LoadOutcome outcome;
     platform::RegKey key;
-    if (platform::RegKey::Open(store, kSettingsKey, key) != ERROR_SUCCESS ||
-        !KeyHoldsValues(key)) {
+    if (platform::RegKey::Open(store, kSettingsKey, key) != ERROR_SUCCESS || !KeyHoldsValues(key)) {
         SetCheckPoint(50);
         outcome.firstRun = true;
         outcome.writeError = WriteDefaults(store);

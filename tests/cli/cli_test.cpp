@@ -1,10 +1,10 @@
 // orvanta-cli as a script sees it: exit codes, golden JSON, and the settings round trip
 // through a temporary store.
+#include <fstream>
+
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <sys/wait.h>
-
-#include <fstream>
 
 #include "support/temp_folder.h"
 

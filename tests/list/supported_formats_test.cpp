@@ -78,8 +78,8 @@ TEST(SupportedFormats, SiblingChoice) {
         std::string_view extension;
         bool raw;
     } cases[] = {
-        {"jpg;nef", "jpg", false}, {"nef", "nef", true},     {"NEF;JPG", "jpg", false},
-        {"dng", "dng", true},      {"cr2;dng", "dng", true}, {"wmf;psd", "psd", false},
+        {"jpg;nef", "jpg", false}, {"nef", "nef", true},        {"NEF;JPG", "jpg", false},
+        {"dng", "dng", true},      {"cr2;dng", "dng", true},    {"wmf;psd", "psd", false},
         {"wmf", "wmf", false},     {"tif;tiff", "tiff", false}, {"ico;icon", "icon", false},
         {"arw;xmp", "arw", true},
     };

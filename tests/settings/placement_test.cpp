@@ -6,7 +6,9 @@ namespace orvanta::settings {
 namespace {
 
 const Rect kWork{0, 0, 1920, 1040};
-Rect Work(const Rect&) { return kWork; }
+Rect Work(const Rect&) {
+    return kWork;
+}
 
 TEST(Placement, FormatsThirteenNumbersAndParsesThemBack) {
     WindowPlacement p;
@@ -32,15 +34,15 @@ TEST(Placement, RestoreUsesOrReplacesTheSavedShowState) {
     const std::string minimised = "44 0 2 -1 -1 -1 -1 10 10 410 310 96 96";
     EXPECT_EQ(PlanPlacementRestore(minimised, -1, Work, 96, 96, false).showCmd, kShowNormal);
     EXPECT_EQ(PlanPlacementRestore(minimised, kShowHide, Work, 96, 96, false).showCmd, kShowHide);
-    const auto maximised = PlanPlacementRestore("44 0 3 -1 -1 -1 -1 10 10 410 310 96 96", -1,
-                                                Work, 96, 96, false);
+    const auto maximised =
+        PlanPlacementRestore("44 0 3 -1 -1 -1 -1 10 10 410 310 96 96", -1, Work, 96, 96, false);
     EXPECT_TRUE(maximised.usePlacement);
     EXPECT_EQ(maximised.showCmd, kShowMaximized);
     EXPECT_EQ(maximised.placement.flags & kPlacementAsync, kPlacementAsync);
 
     // Unusable text: just show the window.
-    const auto unusable = PlanPlacementRestore("45 0 3 -1 -1 -1 -1 10 10 410 310 96 96", -1, Work,
-                                               96, 96, false);
+    const auto unusable =
+        PlanPlacementRestore("45 0 3 -1 -1 -1 -1 10 10 410 310 96 96", -1, Work, 96, 96, false);
     EXPECT_FALSE(unusable.usePlacement);
     EXPECT_EQ(unusable.showCmd, kShowNormal);
     EXPECT_EQ(PlanPlacementRestore(std::nullopt, kShowMaximized, Work, 96, 96, false).showCmd,
@@ -59,8 +61,8 @@ TEST(Placement, KeepsTheWindowOnScreenThenRescales) {
     // A stored 0 counts as 96; halves round away from zero.
     EXPECT_EQ(RescaleForDpi({0, 0, 101, 101}, 0, 0, 144, 144), (Rect{0, 0, 152, 152}));
 
-    const auto plan = PlanPlacementRestore("44 0 1 -1 -1 -1 -1 1800 10 2600 610 96 96", -1, Work,
-                                           192, 192, true);
+    const auto plan =
+        PlanPlacementRestore("44 0 1 -1 -1 -1 -1 1800 10 2600 610 96 96", -1, Work, 192, 192, true);
     EXPECT_EQ(plan.placement.normal, (Rect{1120, 10, 2720, 1210}));
 }
 

@@ -1,9 +1,9 @@
 #include "settings/settings.h"
 
+#include <fstream>
+
 #include <gtest/gtest.h>
 #include <stdlib.h>
-
-#include <fstream>
 
 #include "platform/result.h"
 #include "settings/settings_io.h"
@@ -79,17 +79,15 @@ TEST_P(SettingsNormalisation, LoadsAsTheTableSays) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, SettingsNormalisation,
-    testing::Values(Normalised{"AutoModeInterval", 5, 10}, Normalised{"AutoModeInterval", 10, 10},
-                    Normalised{"SmartMouseAcceleration", 1000, 300},
-                    Normalised{"SmartMouseAcceleration", 0, 0},
-                    Normalised{"MemoryUsageGuideNumber", 200, 96},
-                    Normalised{"SortByDateTime", 5, 0}, Normalised{"SortByDateTime", 4, 4},
-                    Normalised{"LabellingConvention", 2, 2},
-                    Normalised{"LabellingConvention", 3, 0},
-                    Normalised{"DownscaleLargeImages", 0xFFFFFFFF, 0},
-                    Normalised{"DownscaleLargeImages", 0x80000010, 0x80000010},
-                    Normalised{"RightClickMagnifier", 6400, 6400},
-                    Normalised{"WrapImageList", 7, 1}, Normalised{"DisableHWA", 0, 0}));
+    testing::Values(
+        Normalised{"AutoModeInterval", 5, 10}, Normalised{"AutoModeInterval", 10, 10},
+        Normalised{"SmartMouseAcceleration", 1000, 300}, Normalised{"SmartMouseAcceleration", 0, 0},
+        Normalised{"MemoryUsageGuideNumber", 200, 96}, Normalised{"SortByDateTime", 5, 0},
+        Normalised{"SortByDateTime", 4, 4}, Normalised{"LabellingConvention", 2, 2},
+        Normalised{"LabellingConvention", 3, 0}, Normalised{"DownscaleLargeImages", 0xFFFFFFFF, 0},
+        Normalised{"DownscaleLargeImages", 0x80000010, 0x80000010},
+        Normalised{"RightClickMagnifier", 6400, 6400}, Normalised{"WrapImageList", 7, 1},
+        Normalised{"DisableHWA", 0, 0}));
 
 TEST_F(SettingsLoad, ValuesOfTheWrongShapeKeepTheDefault) {
     ASSERT_EQ(key_.SetValue("AutoModeInterval", RegType::Sz, EncodeString("500")), ERROR_SUCCESS);
@@ -112,8 +110,8 @@ TEST_F(SettingsLoad, MarksNeedSomewhereToGo) {
     EXPECT_EQ(EnableLabelling.Get(), 0u);
     EXPECT_EQ(EnableUrgency.Get(), 0u);
 
-    for (std::string_view store : {"CreateSidecarFiles", "EmbedMetadata",
-                                   "PrefixFileNamesWithRating"}) {
+    for (std::string_view store :
+         {"CreateSidecarFiles", "EmbedMetadata", "PrefixFileNamesWithRating"}) {
         Put("CreateSidecarFiles", 0);
         Put("EmbedMetadata", 0);
         Put("PrefixFileNamesWithRating", 0);

@@ -1,9 +1,9 @@
 #include "support/temp_folder.h"
 
-#include <stdlib.h>
-
 #include <string>
 #include <system_error>
+
+#include <stdlib.h>
 
 namespace orvanta::test {
 

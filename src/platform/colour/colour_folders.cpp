@@ -20,8 +20,7 @@ std::vector<std::filesystem::path> ColourProfileFolders() {
 std::filesystem::path FindColourProfile(std::string_view name) {
     // A profile is named by its file name only; anything that walks out of the folders is
     // not a profile name.
-    if (name.empty() || name.find('/') != std::string_view::npos || name == "." ||
-        name == "..") {
+    if (name.empty() || name.find('/') != std::string_view::npos || name == "." || name == "..") {
         return {};
     }
     for (const auto& folder : ColourProfileFolders()) {

@@ -26,8 +26,8 @@ std::string Quote(std::string_view text) {
 // end, no line breaks, and a clean round trip through UTF-8.
 bool PrintableString(const RegValue& value) {
     const auto& d = value.data;
-    if (value.type != RegType::Sz || d.size() < 2 || d.size() % 2 != 0 ||
-        d[d.size() - 1] != 0 || d[d.size() - 2] != 0) {
+    if (value.type != RegType::Sz || d.size() < 2 || d.size() % 2 != 0 || d[d.size() - 1] != 0 ||
+        d[d.size() - 2] != 0) {
         return false;
     }
     const std::string textForm = DecodeString(d);
@@ -97,7 +97,8 @@ long ExportKey(const RegKey& key, const std::string& fullName, std::string& text
             return error;
         }
         RegKey child;
-        if (const long openError = RegKey::Open(key.Store(), JoinKeyPath(key.Path(), name), child)) {
+        if (const long openError =
+                RegKey::Open(key.Store(), JoinKeyPath(key.Path(), name), child)) {
             return openError;
         }
         if (const long childError = ExportKey(child, fullName + "\\" + name, text)) {
@@ -168,6 +169,23 @@ bool ReadQuoted(std::string_view& s, std::string& out) {
     return false;
 }
 
+// Hexadecimal digits (no prefix) into `value`; false for anything else or an empty text.
+bool ParseHex(std::string_view digits, std::uint32_t& value) {
+    value = 0;
+    for (char c : digits) {
+        value <<= 4;
+        if (c >= '0' && c <= '9')
+            value |= c - '0';
+        else if (c >= 'a' && c <= 'f')
+            value |= c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F')
+            value |= c - 'A' + 10;
+        else
+            return false;
+    }
+    return !digits.empty();
+}
+
 bool ReadHexBytes(std::string_view s, std::vector<std::uint8_t>& out) {
     out.clear();
     s = Trim(s);
@@ -178,13 +196,9 @@ bool ReadHexBytes(std::string_view s, std::vector<std::uint8_t>& out) {
             return false;
         }
         if (!item.empty()) {
-            unsigned value = 0;
-            for (char c : item) {
-                value <<= 4;
-                if (c >= '0' && c <= '9') value |= c - '0';
-                else if (c >= 'a' && c <= 'f') value |= c - 'a' + 10;
-                else if (c >= 'A' && c <= 'F') value |= c - 'A' + 10;
-                else return false;
+            std::uint32_t value = 0;
+            if (!ParseHex(item, value)) {
+                return false;
             }
             out.push_back(static_cast<std::uint8_t>(value));
         }
@@ -198,7 +212,8 @@ bool ReadHexBytes(std::string_view s, std::vector<std::uint8_t>& out) {
 
 // "HKEY_CURRENT_USER\a\b" (or "HKCU\...") to "a\b" when it lies within `allowedRoot`.
 bool KeyBelowRoot(std::string_view fullName, std::string_view allowedRoot, std::string& path) {
-    for (std::string_view hive : {std::string_view("HKEY_CURRENT_USER"), std::string_view("HKCU")}) {
+    for (std::string_view hive :
+         {std::string_view("HKEY_CURRENT_USER"), std::string_view("HKCU")}) {
         if (fullName.size() > hive.size() && fullName[hive.size()] == '\\' &&
             text::EqualsNoCase(fullName.substr(0, hive.size()), hive)) {
             path = std::string(fullName.substr(hive.size() + 1));
@@ -325,12 +340,8 @@ long ImportRegText(const std::shared_ptr<RegistryStore>& store, std::string_view
                 return fail("malformed dword value");
             }
             std::uint32_t number = 0;
-            for (char c : digits) {
-                number <<= 4;
-                if (c >= '0' && c <= '9') number |= c - '0';
-                else if (c >= 'a' && c <= 'f') number |= c - 'a' + 10;
-                else if (c >= 'A' && c <= 'F') number |= c - 'A' + 10;
-                else return fail("malformed dword value");
+            if (!ParseHex(digits, number)) {
+                return fail("malformed dword value");
             }
             set.type = RegType::Dword;
             set.data = EncodeDword(number);
@@ -343,12 +354,8 @@ long ImportRegText(const std::shared_ptr<RegistryStore>& store, std::string_view
                     return fail("malformed hex type");
                 }
                 std::uint32_t type = 0;
-                for (char c : rest.substr(1, close - 1)) {
-                    type <<= 4;
-                    if (c >= '0' && c <= '9') type |= c - '0';
-                    else if (c >= 'a' && c <= 'f') type |= c - 'a' + 10;
-                    else if (c >= 'A' && c <= 'F') type |= c - 'A' + 10;
-                    else return fail("malformed hex type");
+                if (!ParseHex(rest.substr(1, close - 1), type)) {
+                    return fail("malformed hex type");
                 }
                 set.type = static_cast<RegType>(type);
                 rest.remove_prefix(close + 1);

@@ -1,13 +1,13 @@
 #include "platform/registry/registry.h"
 
-#include <sqlite3.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <system_error>
+
+#include <sqlite3.h>
 
 #include "platform/result.h"
 #include "platform/text/unicode.h"
@@ -126,7 +126,8 @@ std::shared_ptr<RegistryStore> RegistryStore::Open(const std::filesystem::path& 
     return store;
 }
 
-RegistryStore::RegistryStore(std::filesystem::path path) : path_(std::move(path)) {}
+RegistryStore::RegistryStore(std::filesystem::path path) : path_(std::move(path)) {
+}
 
 RegistryStore::~RegistryStore() {
     for (auto& [sql, statement] : statements_) {
@@ -144,8 +145,8 @@ bool RegistryStore::TryOpen(std::string& reason, bool& damaged) {
         std::filesystem::create_directories(path_.parent_path(), error);
     }
     sqlite3* db = nullptr;
-    int code = sqlite3_open_v2(path_.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                               nullptr);
+    int code =
+        sqlite3_open_v2(path_.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     std::unique_ptr<sqlite3, decltype(&sqlite3_close)> owner(db, &sqlite3_close);
     if (code != SQLITE_OK) {
         reason = db ? sqlite3_errmsg(db) : sqlite3_errstr(code);
@@ -171,8 +172,8 @@ bool RegistryStore::TryOpen(std::string& reason, bool& damaged) {
             const auto* verdict = sqlite3_column_text(check, 0);
             if (step != SQLITE_ROW) {
                 code = step;
-            } else if (!verdict || std::string_view(reinterpret_cast<const char*>(verdict)) !=
-                                       "ok") {
+            } else if (!verdict ||
+                       std::string_view(reinterpret_cast<const char*>(verdict)) != "ok") {
                 code = SQLITE_CORRUPT;
             }
             sqlite3_finalize(check);
@@ -180,8 +181,9 @@ bool RegistryStore::TryOpen(std::string& reason, bool& damaged) {
     }
     if (code == SQLITE_OK) {
         // A database of some other program has tables of these names with other columns.
-        code = sqlite3_exec(db, "SELECT id, parent, name, fold FROM keys LIMIT 0;"
-                                "SELECT key, name, fold, type, data FROM vals LIMIT 0;",
+        code = sqlite3_exec(db,
+                            "SELECT id, parent, name, fold FROM keys LIMIT 0;"
+                            "SELECT key, name, fold, type, data FROM vals LIMIT 0;",
                             nullptr, nullptr, nullptr);
         if (code != SQLITE_OK) {
             code = SQLITE_CORRUPT;
@@ -227,8 +229,10 @@ void RegistryStore::OpenOrRecover() {
         SayOnce("the settings database " + path_.string() + " was damaged (" + reason +
                 "); it was moved to " + aside.string() + " and a new one was started");
     } else {
-        SayOnce("the settings database " + path_.string() + " is damaged and a new one cannot "
-                "be started (" + reason + "); running on the default settings");
+        SayOnce("the settings database " + path_.string() +
+                " is damaged and a new one cannot "
+                "be started (" +
+                reason + "); running on the default settings");
     }
 }
 
@@ -251,20 +255,26 @@ long RegistryStore::ErrorFromSqlite(int code) {
     switch (code) {
         case SQLITE_OK:
         case SQLITE_DONE:
-        case SQLITE_ROW: return ERROR_SUCCESS;
-        case SQLITE_NOMEM: return ERROR_OUTOFMEMORY;
+        case SQLITE_ROW:
+            return ERROR_SUCCESS;
+        case SQLITE_NOMEM:
+            return ERROR_OUTOFMEMORY;
         case SQLITE_READONLY:
         case SQLITE_PERM:
-        case SQLITE_AUTH: return ERROR_ACCESS_DENIED;
-        case SQLITE_FULL: return ERROR_HANDLE_DISK_FULL;
+        case SQLITE_AUTH:
+            return ERROR_ACCESS_DENIED;
+        case SQLITE_FULL:
+            return ERROR_HANDLE_DISK_FULL;
         case SQLITE_BUSY:
-        case SQLITE_LOCKED: return ERROR_SHARING_VIOLATION;
+        case SQLITE_LOCKED:
+            return ERROR_SHARING_VIOLATION;
         case SQLITE_CORRUPT:
         case SQLITE_NOTADB:
             SayOnce("the settings database " + path_.string() +
                     " is damaged; settings may not be saved");
             return ERROR_BADDB;
-        default: return ERROR_BADDB;
+        default:
+            return ERROR_BADDB;
     }
 }
 
@@ -414,8 +424,8 @@ long RegKey::SetValue(std::string_view name, RegType type, std::span<const std::
         sqlite3_bind_int64(s, 4, static_cast<std::int64_t>(type));
         // A zero-length blob must still be a blob, never NULL.
         static const std::uint8_t kEmpty = 0;
-        sqlite3_bind_blob(s, 5, data.empty() ? &kEmpty : data.data(),
-                          static_cast<int>(data.size()), SQLITE_TRANSIENT);
+        sqlite3_bind_blob(s, 5, data.empty() ? &kEmpty : data.data(), static_cast<int>(data.size()),
+                          SQLITE_TRANSIENT);
         if (const int step = sqlite3_step(s); step != SQLITE_DONE) {
             return store_->ErrorFromSqlite(step);
         }

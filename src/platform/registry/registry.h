@@ -89,8 +89,7 @@ public:
 
     static long Open(std::shared_ptr<RegistryStore> store, std::string_view path, RegKey& key);
     // Creates the key and any missing parents.
-    static long Create(std::shared_ptr<RegistryStore> store, std::string_view path,
-                       RegKey& key);
+    static long Create(std::shared_ptr<RegistryStore> store, std::string_view path, RegKey& key);
 
     bool IsOpen() const { return store_ != nullptr; }
     void Close() { store_.reset(); }

@@ -1,12 +1,12 @@
 #include "platform/registry/registry.h"
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <fstream>
 #include <set>
 #include <thread>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/result.h"
 #include "support/temp_folder.h"
