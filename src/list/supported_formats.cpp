@@ -94,7 +94,8 @@ void MergeExtensions(const imaging::DecoderInfo& info, std::string& result) {
         const std::string_view token = std::string_view(extensions).substr(start, end - start);
         start = end + 1;
         // A token already in the result, or already collected in this piece, adds nothing.
-        const std::string pattern = "*" + std::string(token);
+        std::string pattern = "*";
+        pattern += token;
         if (token.empty() || HasItem(result, pattern) || HasItem(piece, pattern)) {
             continue;
         }
@@ -138,7 +139,9 @@ bool IsSupported(std::string_view patterns, std::string_view extension, bool mul
     if (extension.size() < 2 || extension.front() != '.') {
         return false;
     }
-    const bool supported = HasItem(patterns, "*" + Lower(extension));
+    std::string pattern = "*";
+    pattern += Lower(extension);
+    const bool supported = HasItem(patterns, pattern);
     if (supported && multiFrameSupport && mayHoldFrames != nullptr) {
         *mayHoldFrames = HasItem(kMultiFrameCandidates, Lower(extension));
     }
