@@ -3,11 +3,13 @@
 // reference conversion of the decoded pixels to B, G, R, A bytes to compare against.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 

@@ -244,6 +244,8 @@ TEST(TgaDecoder, ContentTestIsStrict) {
     const auto matches = codecs::TgaDecoderInfo().matches;
     const Bytes good = WriteTga(TypeCases()[2].file);
     ASSERT_TRUE(matches(good));
+    // "00 00 02 00" also starts a cursor; the icon test must not take the TGA first.
+    EXPECT_FALSE(codecs::IcoDecoderInfo().matches(good));
     auto changed = [&](std::size_t at, std::uint8_t value) {
         Bytes b(good.begin(), good.begin() + 18);
         b[at] = value;
