@@ -58,6 +58,8 @@ public:
     // Checks the rectangle (inside the source, not empty), the stride (at least one row of
     // the rectangle) and the buffer (large enough, with checked arithmetic) once, then
     // copies. E_INVALIDARG for a bad request; the decoder's code for a failed decode.
+    // S_FALSE when the file was cut short: the rows it holds are there and the rest is
+    // filled (black, or transparent in formats with alpha); the picture is still shown.
     Result CopyPixels(const PixelRect& rect, std::size_t stride, std::span<std::byte> out);
     // The whole source, rows of `stride` bytes.
     Result CopyAll(std::size_t stride, std::span<std::byte> out) {
