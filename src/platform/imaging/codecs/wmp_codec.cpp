@@ -11,7 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include <poll.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -127,6 +129,30 @@ ERR StreamClose(WMPStream**) {
     return WMP_errSuccess;
 }
 
+// A damaged codestream may also keep jxrlib busy for ever: the child gets far longer than
+// a healthy decode needs (half a minute plus a second per megapixel), then is killed.
+int DecodeDeadline(const PKRect& rect) {
+    const std::uint64_t megapixels =
+        static_cast<std::uint64_t>(rect.Width) * static_cast<std::uint64_t>(rect.Height) >> 20;
+    return static_cast<int>(std::min<std::uint64_t>(30 + megapixels, 3600) * 1000);
+}
+
+// True when the child ended within `milliseconds`; also true when the wait cannot be timed
+// (no pidfd on this kernel), and the caller then waits without a limit.
+bool AwaitChild(pid_t child, int milliseconds) {
+    // Through syscall(): glibc's declaration lacks C linkage for C++ callers.
+    const int descriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+    if (descriptor < 0) {
+        return true;
+    }
+    pollfd wait{descriptor, POLLIN, 0};
+    int ready = 0;
+    while ((ready = poll(&wait, 1, milliseconds)) < 0 && errno == EINTR) {
+    }
+    close(descriptor);
+    return ready != 0;
+}
+
 struct SharedPixels {
     void* address = MAP_FAILED;
     std::size_t size = 0;
@@ -162,6 +188,9 @@ Result DecodeIsolated(PKImageDecode* decoder, const PKRect& rect, std::uint8_t* 
         const ERR error = decoder->Copy(decoder, &rect, static_cast<U8*>(shared.address),
                                         static_cast<U32>(stride));
         _exit(error == WMP_errSuccess ? 0 : 1);
+    }
+    if (!AwaitChild(child, DecodeDeadline(rect))) {
+        kill(child, SIGKILL);
     }
     int status = 0;
     while (waitpid(child, &status, 0) < 0) {
