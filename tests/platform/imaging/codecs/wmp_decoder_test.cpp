@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/imaging/codecs/codecs.h"
+#include "platform/imaging/codecs/tiff_structure_internal.h"
 #include "platform/imaging/codecs/wmp_container_internal.h"
 #include "support/temp_folder.h"
 
@@ -360,9 +361,15 @@ TEST(WmpDecoder, RealFilesMatchJxrlib) {
         // The EXIF block is the container read as a TIFF: IFD0 holds the EXIF pointer.
         ASSERT_GE(blocks.exif.size(), 8u);
         EXPECT_EQ(std::memcmp(blocks.exif.data(), "II*\0", 4), 0);
-        const auto exif = ReadWmpContainer(bytes->Bytes());
-        ASSERT_TRUE(exif.has_value());
-        EXPECT_EQ(blocks.exif.size(), exif->exifEnd);
+        const auto tiff = ReadTiffStructure(blocks.exif);
+        ASSERT_TRUE(tiff.has_value());
+        EXPECT_EQ(tiff->pages.size(), 1u);
+        const auto pointer = TiffTagData(blocks.exif, *tiff, tiff->pages[0], 0x8769);
+        ASSERT_EQ(pointer.size(), 4u);
+        const std::uint32_t exifIfd =
+            pointer[0] | pointer[1] << 8 | pointer[2] << 16 | std::uint32_t{pointer[3]} << 24;
+        const auto taken = TiffTagData(blocks.exif, *tiff, exifIfd, 0x9003);  // DateTimeOriginal
+        EXPECT_EQ(taken.size(), 20u) << entry.path();
     }
     EXPECT_EQ(files, 2);
 }
