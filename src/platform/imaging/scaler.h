@@ -28,8 +28,8 @@ bool CanScale(PixelFormat format);
 
 // The input untouched when `size` is its size. A frame is first asked for a codec-side
 // reduction to at least `size` (DCT scaling, raw half size), and the stage scales what it
-// gives. nullptr for a null input, a format CanScale() refuses, an unacceptable size, or
-// when the filter tables cannot be had.
+// gives. nullptr for a null input, a format CanScale() refuses, an unacceptable size, or a
+// shape whose scratch would be out of all proportion (a gigapixel in one row).
 std::unique_ptr<BitmapSource> Scaled(std::unique_ptr<BitmapSource> source, PixelSize size,
                                      Interpolation interpolation);
 

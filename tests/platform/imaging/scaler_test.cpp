@@ -248,6 +248,37 @@ TEST(Scaler, KeepsPremultipliedPixelsValid) {
     }
 }
 
+// A reduction whose window of source rows would be too large to hold is done in box
+// halvings first; the result still follows the picture, and the source is read once, forward.
+TEST(Scaler, SplitsAnExtremeReductionIntoSteps) {
+    constexpr PixelSize kFrom{40000, 420};
+    test::ReadLog log;
+    auto ramp = std::make_unique<test::FunctionSource>(
+        kFrom, PixelFormat::Gray8, [](std::uint32_t x, std::uint32_t, std::uint32_t) {
+            return static_cast<std::uint8_t>(x * 255 / (kFrom.width - 1));
+        });
+    auto scaled =
+        Scaled(std::make_unique<test::ProbeSource>(std::move(ramp), Access::Sequential, &log),
+               {40, 2}, Interpolation::Cubic);
+    ASSERT_NE(scaled, nullptr);
+    const Bytes out = test::ReadAll(*scaled);
+    ASSERT_EQ(out.size(), 80u);
+    for (std::uint32_t x = 0; x < 40; ++x) {
+        const double expected = 255.0 * (x + 0.5) / 40;
+        EXPECT_NEAR(out[x], expected, 2.0) << x;
+        EXPECT_EQ(out[40 + x], out[x]) << x;
+    }
+    EXPECT_EQ(log.backwardReads, 0);
+    EXPECT_EQ(log.rowsServed, kFrom.height);
+}
+
+TEST(Scaler, RefusesAGigapixelRowInsteadOfHoldingIt) {
+    auto row = std::make_unique<test::FunctionSource>(
+        PixelSize{1u << 30, 1}, PixelFormat::Gray8,
+        [](std::uint32_t, std::uint32_t, std::uint32_t) -> std::uint8_t { return 0; });
+    EXPECT_EQ(Scaled(std::move(row), {1u << 20, 1}, Interpolation::Fant), nullptr);
+}
+
 TEST(Scaler, StartsFromTheCodecsOwnReduction) {
     auto reduced = test::MakePicture({50, 40}, PixelFormat::Rgb24,
                                      [](std::uint32_t, std::uint32_t, std::uint32_t) { return 9; });

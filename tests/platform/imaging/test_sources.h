@@ -33,6 +33,34 @@ inline std::unique_ptr<MemorySource> MakePicture(
                              std::move(palette));
 }
 
+// A picture computed as it is asked for, for sizes that should not sit in memory: byte k of
+// pixel (x, y) is value(x, y, k).
+class FunctionSource final : public BitmapSource {
+public:
+    using Value = std::uint8_t (*)(std::uint32_t x, std::uint32_t y, std::uint32_t k);
+    FunctionSource(PixelSize size, PixelFormat format, Value value)
+        : BitmapSource(size, format, Access::Random), value_(value) {}
+
+private:
+    Result DoCopyPixels(const PixelRect& rect, std::size_t stride,
+                        std::span<std::byte> out) override {
+        const std::uint32_t bytes = BitsPerPixel(Format()) / 8;
+        for (std::int32_t y = 0; y < rect.height; ++y) {
+            std::byte* row = out.data() + stride * static_cast<std::size_t>(y);
+            for (std::int32_t x = 0; x < rect.width; ++x) {
+                for (std::uint32_t k = 0; k < bytes; ++k) {
+                    *row++ =
+                        static_cast<std::byte>(value_(static_cast<std::uint32_t>(rect.x + x),
+                                                      static_cast<std::uint32_t>(rect.y + y), k));
+                }
+            }
+        }
+        return S_OK;
+    }
+
+    Value value_;
+};
+
 // Every pixel of a source, rows without padding; empty when the copy fails.
 inline std::vector<std::uint8_t> ReadRect(BitmapSource& source, const PixelRect& rect,
                                           Result* result = nullptr) {
