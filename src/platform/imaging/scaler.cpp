@@ -86,8 +86,8 @@ void PositionTaps(std::uint32_t source, std::uint32_t target, Interpolation mode
     const std::uint64_t s = source;
     const std::uint64_t d = target;
     if (mode == Interpolation::NearestNeighbor) {
-        first =
-            static_cast<std::int64_t>(std::min<std::uint64_t>((2 * i + 1) * s / (2 * d), s - 1));
+        first = static_cast<std::int64_t>(
+            std::min<std::uint64_t>((2 * std::uint64_t{i} + 1) * s / (2 * d), s - 1));
         real.push_back(1.0);
         return;
     }
@@ -95,7 +95,7 @@ void PositionTaps(std::uint32_t source, std::uint32_t target, Interpolation mode
         // Output pixel i covers [i * s, (i + 1) * s) in units of 1/d source pixels; each
         // source pixel weighs by the part of it that lies inside, counted exactly.
         const std::uint64_t lo = i * s;
-        const std::uint64_t hi = (i + 1) * s;
+        const std::uint64_t hi = lo + s;
         first = static_cast<std::int64_t>(lo / d);
         for (std::uint64_t j = lo / d; j * d < hi; ++j) {
             real.push_back(static_cast<double>(std::min(hi, (j + 1) * d) - std::max(lo, j * d)));
@@ -136,19 +136,17 @@ Taps MakeTaps(std::uint32_t source, std::uint32_t target, Interpolation mode) {
         std::int64_t start = 0;
         PositionTaps(source, target, mode, i, start, real);
         Quantize(real, fixed);
-        // Weights that rounded to nothing at either end need no source row.
-        std::size_t begin = 0;
+        // Weights that rounded to nothing at the end need no source row. Those at the
+        // start stay: dropping them could move a window's start back behind its
+        // predecessor's, and a sequential input must only be asked forward.
         std::size_t end = fixed.size();
-        while (end - begin > 1 && fixed[begin] == 0) {
-            ++begin;
-        }
-        while (end - begin > 1 && fixed[end - 1] == 0) {
+        while (end > 1 && fixed[end - 1] == 0) {
             --end;
         }
-        first[i] = static_cast<std::int32_t>(start + static_cast<std::int64_t>(begin));
-        count[i] = static_cast<std::int32_t>(end - begin);
+        first[i] = static_cast<std::int32_t>(start);
+        count[i] = static_cast<std::int32_t>(end);
         offset[i] = packed.size();
-        packed.insert(packed.end(), fixed.begin() + static_cast<std::ptrdiff_t>(begin),
+        packed.insert(packed.end(), fixed.begin(),
                       fixed.begin() + static_cast<std::ptrdiff_t>(end));
         widest = std::max(widest, count[i]);
     }
