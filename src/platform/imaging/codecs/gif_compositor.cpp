@@ -73,6 +73,9 @@ void GifCompositor::Dispose(std::uint32_t frame) {
     const Span1D columns = Clip(info.left, info.width, screen.width);
     const Span1D rows = Clip(info.top, info.height, screen.height);
     const std::size_t bytes = std::size_t(columns.end - columns.begin) * kBytesPerPixel;
+    if (bytes == 0) {
+        return;  // wholly off the screen
+    }
     for (std::int32_t y = rows.begin; y < rows.end; ++y) {
         std::uint8_t* target =
             canvas_.data() + (std::size_t(y) * screen.width + columns.begin) * kBytesPerPixel;
@@ -145,8 +148,8 @@ Result GifCompositor::Draw(std::uint32_t frame) {
     const PixelSize screen = index_->screen;
     const Span1D columns = Clip(info.left, info.width, screen.width);
     const Span1D rows = Clip(info.top, info.height, screen.height);
-    if (info.disposal == DISPOSE_PREVIOUS) {
-        const std::size_t bytes = std::size_t(columns.end - columns.begin) * kBytesPerPixel;
+    const std::size_t bytes = std::size_t(columns.end - columns.begin) * kBytesPerPixel;
+    if (info.disposal == DISPOSE_PREVIOUS && bytes > 0) {
         saved_.resize(bytes * std::size_t(rows.end - rows.begin));
         for (std::int32_t y = rows.begin; y < rows.end; ++y) {
             std::memcpy(

@@ -174,7 +174,7 @@ Result JpegFrame::Copy(const PixelRect& rect, std::size_t stride, std::span<std:
         for (std::uint32_t i = 0; i < rows; ++i) {
             rowPointers_[i] = scratch_.data() + i * fullRow;
         }
-        // Only the part the caller asked for is inverted below.
+        // Adobe CMYK is flipped back only in the columns copied out.
         if (const Result read = ReadRows(rowPointers_, offset, bytes); read.Failed()) {
             return read;
         }

@@ -42,6 +42,11 @@ bool StartsWith(Bytes data, std::string_view prefix) {
            std::memcmp(data.data(), prefix.data(), prefix.size()) == 0;
 }
 
+bool IsTiffHeader(Bytes data) {
+    return StartsWith(data, std::string_view("II*\0", 4)) ||
+           StartsWith(data, std::string_view("MM\0*", 4));
+}
+
 // Frame headers: every SOFn except DHT (C4), JPG (C8) and DAC (CC).
 bool IsFrameHeader(std::uint8_t marker) {
     return marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
@@ -142,7 +147,9 @@ void ReadApplicationSegment(std::uint8_t marker, Bytes body, std::size_t bodyOff
                             JpegHeader& header, std::vector<IccChunk>& iccChunks) {
     switch (marker) {
         case kApp1:
-            if (header.exif.empty() && StartsWith(body, kExifId)) {
+            // The EXIF block is handed on as a TIFF structure: anything else is not one.
+            if (header.exif.empty() && StartsWith(body, kExifId) &&
+                IsTiffHeader(body.subspan(kExifId.size()))) {
                 header.exif = body.subspan(kExifId.size());
             } else if (header.xmp.empty() && StartsWith(body, kXmpId)) {
                 header.xmp = body.subspan(kXmpId.size());

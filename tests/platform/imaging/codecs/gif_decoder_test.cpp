@@ -160,9 +160,13 @@ TEST(GifDecoder, InterlacedAndOffScreenFrames) {
     for (int row = 0; row < 11; ++row) {
         rows.insert(rows.end(), 3, static_cast<std::uint8_t>(row % 3));
     }
-    const Bytes gif = EncodeGif(3, 11, kColors,
-                                {{0, 0, 3, 11, DISPOSE_DO_NOT, NO_TRANSPARENT_COLOR, rows, true},
-                                 {2, 9, 4, 4, DISPOSE_DO_NOT, NO_TRANSPARENT_COLOR, Bytes(16, 2)}});
+    const Bytes gif =
+        EncodeGif(3, 11, kColors,
+                  {{0, 0, 3, 11, DISPOSE_DO_NOT, NO_TRANSPARENT_COLOR, rows, true},
+                   {2, 9, 4, 4, DISPOSE_DO_NOT, NO_TRANSPARENT_COLOR, Bytes(16, 2)},
+                   {7, 0, 2, 2, DISPOSE_PREVIOUS, NO_TRANSPARENT_COLOR, Bytes(4, 0)},
+                   {0, 20, 2, 2, DISPOSE_BACKGROUND, NO_TRANSPARENT_COLOR, Bytes(4, 0)},
+                   {0, 0, 1, 1, DISPOSE_DO_NOT, 0, Bytes(1, 0)}});
     auto decoder = Open(gif);
     ASSERT_TRUE(decoder);
     std::string expected;
@@ -172,6 +176,10 @@ TEST(GifDecoder, InterlacedAndOffScreenFrames) {
     EXPECT_EQ(Letters(CopyFrame(*decoder, 0)), expected);
     expected[9 * 3 + 2] = expected[10 * 3 + 2] = 'B';
     EXPECT_EQ(Letters(CopyFrame(*decoder, 1)), expected);
+    // Frames wholly off the screen change nothing, drawn or disposed of.
+    for (std::uint32_t frame = 2; frame < 5; ++frame) {
+        EXPECT_EQ(Letters(CopyFrame(*decoder, frame)), expected) << frame;
+    }
 }
 
 TEST(GifDecoder, XmpPacketOfFirstFrame) {

@@ -421,6 +421,27 @@ TEST(PngDecoder, DecodesEveryTestFile) {
     EXPECT_GT(files, 0);
 }
 
+// The round trips above use libspng on both sides; a file from elsewhere pins the byte
+// order: PngSuite's 16-bit truecolour starts with (FFFF, FFFF, 0000), then red F7BD.
+TEST(PngDecoder, SixteenBitSamplesAreNativeEndian) {
+    const auto path = test::TestDataFolder() / "formats/png/basn2c16.png";
+    if (test::TestDataFolder().empty() || !std::filesystem::exists(path)) {
+        GTEST_SKIP() << "no test data";
+    }
+    std::shared_ptr<const FileBytes> bytes;
+    ASSERT_EQ(FileBytes::Read(path, bytes), S_OK);
+    std::unique_ptr<Decoder> decoder;
+    ASSERT_EQ(PngDecoderInfo().create(bytes, decoder), S_OK);
+    std::unique_ptr<BitmapFrame> frame;
+    ASSERT_EQ(decoder->GetFrame(0, frame), S_OK);
+    ASSERT_EQ(frame->Format(), PixelFormat::Rgb48);
+    std::uint16_t pixels[6];
+    ASSERT_EQ(frame->CopyPixels({0, 0, 2, 1}, 12, std::as_writable_bytes(std::span(pixels))), S_OK);
+    EXPECT_EQ(pixels[0], 0xFFFF);
+    EXPECT_EQ(pixels[2], 0x0000);
+    EXPECT_EQ(pixels[3], 0xF7BD);
+}
+
 }  // namespace
 }  // namespace orvanta::imaging::codecs
 
