@@ -17,7 +17,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-struct FrameSpec {
+struct FramePlan {
     int left;
     int top;
     int width;
@@ -37,14 +37,14 @@ int Write(GifFileType* gif, const GifByteType* data, int length) {
 // Writes with giflib's encoder: a global colour table and one graphics control extension
 // per frame. Interlaced frames are handed over in their storage order.
 Bytes EncodeGif(int width, int height, std::vector<GifColorType> colors,
-                const std::vector<FrameSpec>& frames) {
+                const std::vector<FramePlan>& frames) {
     Bytes out;
     int error = 0;
     GifFileType* gif = EGifOpen(&out, Write, &error);
     EGifSetGifVersion(gif, true);
     ColorMapObject* map = GifMakeMapObject(static_cast<int>(colors.size()), colors.data());
     EXPECT_EQ(EGifPutScreenDesc(gif, width, height, 8, 0, map), GIF_OK);
-    for (const FrameSpec& frame : frames) {
+    for (const FramePlan& frame : frames) {
         GraphicsControlBlock control{frame.disposal, false, 10, frame.transparent};
         GifByteType extension[4];
         const auto length = EGifGCBToExtension(&control, extension);
