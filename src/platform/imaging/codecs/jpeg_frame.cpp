@@ -183,7 +183,7 @@ Result JpegFrame::Copy(const PixelRect& rect, std::size_t stride, std::span<std:
         }
         done += rows;
     }
-    return S_OK;
+    return truncated_ ? S_FALSE : S_OK;
 }
 
 Result JpegFrame::ReadRows(std::span<std::uint8_t*> rows, std::size_t offset, std::size_t bytes) {
@@ -197,7 +197,8 @@ Result JpegFrame::ReadRows(std::span<std::uint8_t*> rows, std::size_t offset, st
             Invert(row + offset, bytes);
         }
     }
-    return S_OK;
+    // A cut-short file still shows what it holds; the caller learns it from S_FALSE.
+    return truncated_ ? S_FALSE : S_OK;
 }
 
 }  // namespace orvanta::imaging::codecs

@@ -91,6 +91,10 @@ int StartStep(JpegState* s, const unsigned char* data, unsigned long size, J_COL
     }
     if (!s->created) {
         jpeg_create_decompress(&s->cinfo);
+        // A progressive file keeps every coefficient of the picture; without a cap a
+        // header that claims a near-gigapixel picture makes libjpeg allocate gigabytes.
+        // Over the cap libjpeg-turbo fails cleanly (it has no backing store).
+        s->cinfo.mem->max_memory_to_use = 2000L * 1024 * 1024;
         s->created = true;
         s->cinfo.progress = &s->progress;
     } else {
