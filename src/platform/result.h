@@ -22,6 +22,8 @@ public:
 
     // "0x8007000E" style, as the command-line tool and the logs print codes.
     std::string Hex() const;
+    // A short reason in words ("the file is not a picture this program reads").
+    std::string Reason() const;
 
 private:
     std::uint32_t code_ = 0;

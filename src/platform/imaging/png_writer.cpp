@@ -1,6 +1,8 @@
 #include "platform/imaging/png_writer.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 #if ORVANTA_HAVE_SPNG
@@ -13,19 +15,20 @@ Result WritePng(const std::filesystem::path& path, PixelSize size, PixelFormat f
                 std::size_t stride, std::span<const std::byte> pixels) {
 #if ORVANTA_HAVE_SPNG
     if (format != PixelFormat::Pbgra32 && format != PixelFormat::Bgra32 &&
-        format != PixelFormat::Bgr32) {
+        format != PixelFormat::Bgr32 && format != PixelFormat::Bgr24) {
         return E_INVALIDARG;
     }
-    if (!AcceptableSize(size) || stride < size.width * 4ull ||
-        pixels.size() < stride * (size.height - 1ull) + size.width * 4ull) {
+    const unsigned step = format == PixelFormat::Bgr24 ? 3 : 4;
+    if (!AcceptableSize(size) || stride < size.width * static_cast<std::size_t>(step) ||
+        pixels.size() < stride * (size.height - 1ull) + size.width * step) {
         return E_INVALIDARG;
     }
     std::vector<std::uint8_t> rgba(static_cast<std::size_t>(size.width) * size.height * 4);
     for (std::uint32_t y = 0; y < size.height; ++y) {
         const auto* in = reinterpret_cast<const std::uint8_t*>(pixels.data()) + y * stride;
         std::uint8_t* out = rgba.data() + static_cast<std::size_t>(y) * size.width * 4;
-        for (std::uint32_t x = 0; x < size.width; ++x, in += 4, out += 4) {
-            const unsigned a = format == PixelFormat::Bgr32 ? 255 : in[3];
+        for (std::uint32_t x = 0; x < size.width; ++x, in += step, out += 4) {
+            const unsigned a = step == 3 || format == PixelFormat::Bgr32 ? 255 : in[3];
             if (format == PixelFormat::Pbgra32 && a != 255) {
                 // Undo premultiplication, rounding to nearest; transparent stays black.
                 for (int c = 0; c < 3; ++c) {

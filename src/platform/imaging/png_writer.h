@@ -11,7 +11,7 @@
 
 namespace orvanta::imaging {
 
-// `format` is Pbgra32, Bgra32 or Bgr32; premultiplied colour is divided back out.
+// `format` is Pbgra32, Bgra32, Bgr32 or Bgr24; premultiplied colour is divided back out.
 Result WritePng(const std::filesystem::path& path, PixelSize size, PixelFormat format,
                 std::size_t stride, std::span<const std::byte> pixels);
 
