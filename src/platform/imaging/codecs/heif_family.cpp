@@ -1,11 +1,9 @@
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstring>
 #include <string_view>
 #include <vector>
 
-#include "platform/checked.h"
 #include "platform/imaging/codecs/exif_payload_internal.h"
 #include "platform/imaging/codecs/heif_family_internal.h"
 #include "platform/imaging/codecs/upright_frame.h"
