@@ -1,0 +1,238 @@
+// Decode speed of the imaging component against the codec libraries' own decoders, on
+// pictures made at bench time. Prints each figure and its ratio to the limit it is held to.
+//   decode_bench [--runs N]
+#include <spng.h>
+#include <turbojpeg.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/imaging/codecs/codecs.h"
+#include "platform/imaging/format_converter.h"
+#include "platform/imaging/pixel_buffer.h"
+#include "platform/imaging/scaler.h"
+
+using namespace orvanta;
+using namespace orvanta::imaging;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+int runs = 7;
+int failures = 0;
+
+// Photo-like content: smooth light, texture noise and hard edges, so that the codecs see
+// the entropy of a real picture rather than a flat field.
+std::vector<std::uint8_t> MakePicture(int width, int height) {
+    std::vector<std::uint8_t> rgb(static_cast<std::size_t>(width) * height * 3);
+    std::mt19937 random(7);
+    std::uniform_int_distribution<int> noise(-12, 12);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const double fx = double(x) / width, fy = double(y) / height;
+            const double light = 120 + 80 * std::sin(fx * 5.1 + fy * 2.3) * std::cos(fy * 3.7);
+            const bool block = ((x / 379) + (y / 251)) % 5 == 0;
+            std::uint8_t* p = &rgb[(static_cast<std::size_t>(y) * width + x) * 3];
+            for (int c = 0; c < 3; ++c) {
+                const double v = light + (block ? 60 - 40 * c : 20 * c) + noise(random);
+                p[c] = static_cast<std::uint8_t>(std::clamp(v, 0.0, 255.0));
+            }
+        }
+    }
+    return rgb;
+}
+
+std::vector<std::uint8_t> EncodeJpeg(const std::vector<std::uint8_t>& rgb, int w, int h) {
+    tjhandle tj = tjInitCompress();
+    unsigned char* out = nullptr;
+    unsigned long size = 0;
+    tjCompress2(tj, rgb.data(), w, 0, h, TJPF_RGB, &out, &size, TJSAMP_420, 90, 0);
+    std::vector<std::uint8_t> jpeg(out, out + size);
+    tjFree(out);
+    tjDestroy(tj);
+    return jpeg;
+}
+
+std::vector<std::uint8_t> EncodePng(const std::vector<std::uint8_t>& rgb, int w, int h) {
+    spng_ctx* ctx = spng_ctx_new(SPNG_CTX_ENCODER);
+    spng_set_option(ctx, SPNG_ENCODE_TO_BUFFER, 1);
+    spng_ihdr ihdr{};
+    ihdr.width = w;
+    ihdr.height = h;
+    ihdr.bit_depth = 8;
+    ihdr.color_type = SPNG_COLOR_TYPE_TRUECOLOR;
+    spng_set_ihdr(ctx, &ihdr);
+    spng_encode_image(ctx, rgb.data(), rgb.size(), SPNG_FMT_PNG, SPNG_ENCODE_FINALIZE);
+    std::size_t length = 0;
+    int error = 0;
+    auto* buffer = static_cast<std::uint8_t*>(spng_get_png_buffer(ctx, &length, &error));
+    std::vector<std::uint8_t> png(buffer, buffer + length);
+    std::free(buffer);
+    spng_ctx_free(ctx);
+    return png;
+}
+
+double Milliseconds(const std::function<void()>& work) {
+    const auto start = Clock::now();
+    work();
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+struct Pair {
+    double ours;
+    double reference;
+};
+
+// Medians of `runs` timings of each side, the two sides taking turns so that both see the
+// same load on the machine.
+Pair MedianPair(const std::function<void()>& ours, const std::function<void()>& reference) {
+    std::vector<double> a, b;
+    ours();  // warm caches, the pool and the code paths once
+    reference();
+    for (int i = 0; i < runs; ++i) {
+        a.push_back(Milliseconds(ours));
+        b.push_back(Milliseconds(reference));
+    }
+    std::sort(a.begin(), a.end());
+    std::sort(b.begin(), b.end());
+    return {a[a.size() / 2], b[b.size() / 2]};
+}
+
+void Report(const char* what, double ours, double reference, double limit) {
+    const double ratio = ours / reference;
+    std::printf("%-58s %8.1f ms vs %8.1f ms  ratio %.3f  (limit %.2f) %s\n", what, ours,
+                reference, ratio, limit, ratio <= limit ? "ok" : "OVER");
+    if (ratio > limit) {
+        ++failures;
+    }
+}
+
+void MakeBuffer(PixelSize size, PixelBuffer& buffer) {
+    if (PixelBuffer::Create(size, PixelFormat::Pbgra32, 0, buffer).Failed()) {
+        std::fprintf(stderr, "decode_bench: out of memory\n");
+        std::exit(2);
+    }
+}
+
+std::unique_ptr<BitmapFrame> OpenFrame(DecoderInfo info, const std::vector<std::uint8_t>& file) {
+    std::unique_ptr<Decoder> decoder;
+    std::unique_ptr<BitmapFrame> frame;
+    if (info.create(FileBytes::FromMemory(file), decoder).Failed() ||
+        decoder->GetFrame(0, frame).Failed()) {
+        std::fprintf(stderr, "decode_bench: cannot open the test picture\n");
+        std::exit(2);
+    }
+    return frame;
+}
+
+// What the pipeline does for a full-size picture: the frame straight into 32bpp PBGRA.
+Result DecodeFull(const std::vector<std::uint8_t>& jpeg, PixelBuffer& buffer) {
+    auto source = Converted(OpenFrame(codecs::JpegDecoderInfo(), jpeg), PixelFormat::Pbgra32);
+    return source->CopyAll(buffer.Stride(), buffer.Bytes());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (std::strcmp(argv[i], "--runs") == 0) {
+            runs = std::max(1, std::atoi(argv[i + 1]));
+        }
+    }
+    constexpr int kWidth = 6000, kHeight = 4000;
+    const auto rgb = MakePicture(kWidth, kHeight);
+    const auto jpeg = EncodeJpeg(rgb, kWidth, kHeight);
+    std::printf("24 MP JPEG, 4:2:0, quality 90: %.1f MB; median of %d runs\n",
+                jpeg.size() / 1048576.0, runs);
+
+    // libjpeg-turbo's own decode into a reused BGRX buffer.
+    tjhandle tj = tjInitDecompress();
+    std::vector<std::uint8_t> bgrx(static_cast<std::size_t>(kWidth) * kHeight * 4);
+    const auto reference = [&] {
+        tjDecompress2(tj, jpeg.data(), jpeg.size(), bgrx.data(), kWidth, 0, kHeight, TJPF_BGRX,
+                      0);
+    };
+    PixelBuffer pooled;
+    MakeBuffer({kWidth, kHeight}, pooled);
+    const Pair full = MedianPair([&] { (void)DecodeFull(jpeg, pooled); }, reference);
+    Report("full decode to 32bppPBGRA, buffer from the pool", full.ours, full.reference, 1.10);
+
+    // A fresh buffer every time: the pool is emptied first.
+    const Pair fresh = MedianPair(
+        [&] {
+            PixelBufferPool::Instance().Trim(0);
+            PixelBuffer buffer;
+            MakeBuffer({kWidth, kHeight}, buffer);
+            (void)DecodeFull(jpeg, buffer);
+        },
+        reference);
+    std::printf("%-58s %8.1f ms  (%.2f x tjDecompress2 in the same run; not held to a limit)\n",
+                "full decode into a fresh buffer", fresh.ours, fresh.ours / fresh.reference);
+
+    // Reduced to fit 1920 x 1280: DCT scaling in the codec, then the scaler.
+    const PixelSize target{1920, 1280};
+    int scaledWidth = kWidth, scaledHeight = kHeight;
+    {
+        int count = 0;
+        const tjscalingfactor* factors = tjGetScalingFactors(&count);
+        // The smallest factor that still covers the target, as the pipeline picks it.
+        for (int i = 0; i < count; ++i) {
+            const int w = TJSCALED(kWidth, factors[i]), h = TJSCALED(kHeight, factors[i]);
+            if (w >= int(target.width) && h >= int(target.height) &&
+                w * h < scaledWidth * scaledHeight) {
+                scaledWidth = w, scaledHeight = h;
+            }
+        }
+    }
+    std::vector<std::uint8_t> small(static_cast<std::size_t>(scaledWidth) * scaledHeight * 4);
+    PixelBuffer reducedBuffer;
+    MakeBuffer(target, reducedBuffer);
+    const Pair reduced = MedianPair(
+        [&] {
+            auto frame = OpenFrame(codecs::JpegDecoderInfo(), jpeg);
+            auto variant = frame->CreateVariant(target, PixelFormat::Pbgra32);
+            auto source = Scaled(variant ? std::move(variant)
+                                         : Converted(std::move(frame), PixelFormat::Pbgra32),
+                                 target, Interpolation::Linear);
+            (void)source->CopyAll(reducedBuffer.Stride(), reducedBuffer.Bytes());
+        },
+        [&] {
+            tjDecompress2(tj, jpeg.data(), jpeg.size(), small.data(), scaledWidth, 0,
+                          scaledHeight, TJPF_BGRX, 0);
+        });
+    char label[96];
+    std::snprintf(label, sizeof label, "reduced to 1920 x 1280 (DCT to %d x %d, then linear)",
+                  scaledWidth, scaledHeight);
+    Report(label, reduced.ours, reduced.reference, 1.25);
+    tjDestroy(tj);
+
+    // 12 MP PNG against libspng's own decode to RGBA.
+    constexpr int kPngWidth = 4240, kPngHeight = 2832;
+    const auto pngPixels = MakePicture(kPngWidth, kPngHeight);
+    const auto png = EncodePng(pngPixels, kPngWidth, kPngHeight);
+    std::vector<std::uint8_t> rgba(static_cast<std::size_t>(kPngWidth) * kPngHeight * 4);
+    PixelBuffer pngBuffer;
+    MakeBuffer({kPngWidth, kPngHeight}, pngBuffer);
+    const Pair pngPair = MedianPair(
+        [&] {
+            auto source =
+                Converted(OpenFrame(codecs::PngDecoderInfo(), png), PixelFormat::Pbgra32);
+            (void)source->CopyAll(pngBuffer.Stride(), pngBuffer.Bytes());
+        },
+        [&] {
+            spng_ctx* ctx = spng_ctx_new(0);
+            spng_set_png_buffer(ctx, png.data(), png.size());
+            spng_decode_image(ctx, rgba.data(), rgba.size(), SPNG_FMT_RGBA8, 0);
+            spng_ctx_free(ctx);
+        });
+    std::printf("12 MP PNG: %.1f MB\n", png.size() / 1048576.0);
+    Report("PNG to 32bppPBGRA vs libspng to RGBA8", pngPair.ours, pngPair.reference, 1.10);
+    return failures == 0 ? 0 : 1;
+}
