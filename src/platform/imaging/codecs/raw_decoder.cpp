@@ -200,7 +200,8 @@ Result MakeJpegPreview(const RawFile& file, std::span<const std::uint8_t> jpeg,
 
 class RawDecoder final : public Decoder {
 public:
-    explicit RawDecoder(std::shared_ptr<const RawFile> file) : file_(std::move(file)) {}
+    RawDecoder(std::shared_ptr<const RawFile> file, std::unique_ptr<LibRawSession> opened)
+        : file_(std::move(file)), opened_(std::move(opened)) {}
 
     Guid Container() const override { return file_->container; }
     std::uint32_t FrameCount() const override { return 1; }
@@ -217,8 +218,13 @@ public:
     Result GetPreview(std::unique_ptr<BitmapFrame>& preview) override {
         preview.reset();
         try {
-            LibRawSession session(*file_->bytes, {});
-            const std::optional<RawThumbnail> thumbnail = session.UnpackThumbnail();
+            // The session that identified the file serves the first preview: opening a raw
+            // costs as much as unpacking its thumbnail.
+            std::unique_ptr<LibRawSession> session = std::move(opened_);
+            if (!session) {
+                session = std::make_unique<LibRawSession>(*file_->bytes, DevelopSettings{});
+            }
+            const std::optional<RawThumbnail> thumbnail = session->UnpackThumbnail();
             if (!thumbnail) {
                 return S_FALSE;
             }
@@ -236,6 +242,7 @@ public:
 
 private:
     std::shared_ptr<const RawFile> file_;
+    std::unique_ptr<LibRawSession> opened_;  // reads file_->bytes, so declared after it
 };
 
 Result CreateRawDecoder(const Guid& container, std::shared_ptr<const FileBytes> bytes,
@@ -247,11 +254,11 @@ Result CreateRawDecoder(const Guid& container, std::shared_ptr<const FileBytes> 
     try {
         auto file = std::make_shared<RawFile>();
         file->container = container;
-        LibRawSession session(*bytes, {});
-        file->facts = session.Facts();
-        file->size = session.OutputSize();
+        auto session = std::make_unique<LibRawSession>(*bytes, DevelopSettings{});
+        file->facts = session->Facts();
+        file->size = session->OutputSize();
         file->bytes = std::move(bytes);
-        decoder = std::make_unique<RawDecoder>(std::move(file));
+        decoder = std::make_unique<RawDecoder>(std::move(file), std::move(session));
         return S_OK;
     } catch (const ResultError& error) {
         return error.GetResult();
