@@ -1,9 +1,6 @@
 // Decode speed of the imaging component against the codec libraries' own decoders, on
 // pictures made at bench time. Prints each figure and its ratio to the limit it is held to.
 //   decode_bench [--runs N]
-#include <spng.h>
-#include <turbojpeg.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -13,6 +10,9 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include <spng.h>
+#include <turbojpeg.h>
 
 #include "platform/imaging/codecs/codecs.h"
 #include "platform/imaging/format_converter.h"
@@ -107,8 +107,8 @@ Pair MedianPair(const std::function<void()>& ours, const std::function<void()>& 
 
 void Report(const char* what, double ours, double reference, double limit) {
     const double ratio = ours / reference;
-    std::printf("%-58s %8.1f ms vs %8.1f ms  ratio %.3f  (limit %.2f) %s\n", what, ours,
-                reference, ratio, limit, ratio <= limit ? "ok" : "OVER");
+    std::printf("%-58s %8.1f ms vs %8.1f ms  ratio %.3f  (limit %.2f) %s\n", what, ours, reference,
+                ratio, limit, ratio <= limit ? "ok" : "OVER");
     if (ratio > limit) {
         ++failures;
     }
@@ -156,8 +156,7 @@ int main(int argc, char** argv) {
     tjhandle tj = tjInitDecompress();
     std::vector<std::uint8_t> bgrx(static_cast<std::size_t>(kWidth) * kHeight * 4);
     const auto reference = [&] {
-        tjDecompress2(tj, jpeg.data(), jpeg.size(), bgrx.data(), kWidth, 0, kHeight, TJPF_BGRX,
-                      0);
+        tjDecompress2(tj, jpeg.data(), jpeg.size(), bgrx.data(), kWidth, 0, kHeight, TJPF_BGRX, 0);
     };
     PixelBuffer pooled;
     MakeBuffer({kWidth, kHeight}, pooled);
@@ -198,14 +197,14 @@ int main(int argc, char** argv) {
         [&] {
             auto frame = OpenFrame(codecs::JpegDecoderInfo(), jpeg);
             auto variant = frame->CreateVariant(target, PixelFormat::Pbgra32);
-            auto source = Scaled(variant ? std::move(variant)
-                                         : Converted(std::move(frame), PixelFormat::Pbgra32),
-                                 target, Interpolation::Linear);
+            auto source = Scaled(
+                variant ? std::move(variant) : Converted(std::move(frame), PixelFormat::Pbgra32),
+                target, Interpolation::Linear);
             (void)source->CopyAll(reducedBuffer.Stride(), reducedBuffer.Bytes());
         },
         [&] {
-            tjDecompress2(tj, jpeg.data(), jpeg.size(), small.data(), scaledWidth, 0,
-                          scaledHeight, TJPF_BGRX, 0);
+            tjDecompress2(tj, jpeg.data(), jpeg.size(), small.data(), scaledWidth, 0, scaledHeight,
+                          TJPF_BGRX, 0);
         });
     char label[96];
     std::snprintf(label, sizeof label, "reduced to 1920 x 1280 (DCT to %d x %d, then linear)",
@@ -222,8 +221,7 @@ int main(int argc, char** argv) {
     MakeBuffer({kPngWidth, kPngHeight}, pngBuffer);
     const Pair pngPair = MedianPair(
         [&] {
-            auto source =
-                Converted(OpenFrame(codecs::PngDecoderInfo(), png), PixelFormat::Pbgra32);
+            auto source = Converted(OpenFrame(codecs::PngDecoderInfo(), png), PixelFormat::Pbgra32);
             (void)source->CopyAll(pngBuffer.Stride(), pngBuffer.Bytes());
         },
         [&] {

@@ -1,9 +1,6 @@
 // The embedded preview of a raw file ready as pixels, against LibRaw's own unpack_thumb
 // plus a TurboJPEG decode of that thumbnail, on the raw files of the test corpus.
 //   raw_preview_bench [FOLDER]   (default: $ORVANTA_TESTDATA/raw or ../shared/testdata/raw)
-#include <libraw/libraw.h>
-#include <turbojpeg.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -11,6 +8,9 @@
 #include <filesystem>
 #include <functional>
 #include <vector>
+
+#include <libraw/libraw.h>
+#include <turbojpeg.h>
 
 #include "decode/open_decoder.h"
 #include "platform/imaging/format_converter.h"
@@ -118,14 +118,12 @@ int main(int argc, char** argv) {
             bool ok = false;
             ours.push_back(Milliseconds([&] { return OursOnce(path, size); }, ok));
             okOurs = okOurs && ok;
-            reference.push_back(
-                Milliseconds([&] { return ReferenceOnce(path, pixels); }, ok));
+            reference.push_back(Milliseconds([&] { return ReferenceOnce(path, pixels); }, ok));
             okReference = okReference && ok;
         }
         if (!okOurs || !okReference) {
-            std::printf("%-44s no usable preview (ours %s, LibRaw %s)\n",
-                        path.filename().c_str(), okOurs ? "ok" : "none",
-                        okReference ? "ok" : "none");
+            std::printf("%-44s no usable preview (ours %s, LibRaw %s)\n", path.filename().c_str(),
+                        okOurs ? "ok" : "none", okReference ? "ok" : "none");
             continue;
         }
         std::sort(ours.begin(), ours.end());

@@ -49,10 +49,14 @@ int Run(std::span<const std::string> args) {
             frameIndex = static_cast<std::uint32_t>(std::stoul(n));
         } else if (a == "--format" && hasNext) {
             const std::string& f = args[++i];
-            if (f == "pbgra") format = imaging::PixelFormat::Pbgra32;
-            else if (f == "bgra") format = imaging::PixelFormat::Bgra32;
-            else if (f == "bgr24") format = imaging::PixelFormat::Bgr24;
-            else return UsageError("unknown format '" + f + "' (pbgra, bgra or bgr24)");
+            if (f == "pbgra")
+                format = imaging::PixelFormat::Pbgra32;
+            else if (f == "bgra")
+                format = imaging::PixelFormat::Bgra32;
+            else if (f == "bgr24")
+                format = imaging::PixelFormat::Bgr24;
+            else
+                return UsageError("unknown format '" + f + "' (pbgra, bgra or bgr24)");
         } else if (!a.empty() && a[0] == '-') {
             return UsageError("unknown option '" + a + "'");
         } else if (file.empty()) {
@@ -101,8 +105,7 @@ int Run(std::span<const std::string> args) {
         return Fail(file, copied, json);
     }
     const double ms =
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-            .count();
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     if (!output.empty()) {
         if (const Result written =
                 imaging::WritePng(output, size, format, pixels.Stride(), pixels.Bytes());
@@ -116,17 +119,17 @@ int Run(std::span<const std::string> args) {
             "{\"file\":%s,\"container\":%s,\"frameCount\":%u,\"frame\":%u,\"preview\":%s,"
             "\"width\":%u,\"height\":%u,\"sourcePixelFormat\":%s,\"sourceBitsPerPixel\":%u,"
             "\"outputPixelFormat\":%s,\"truncated\":%s,\"result\":%s,\"milliseconds\":%.1f}\n",
-            JsonString(file).c_str(), JsonString(picture.container.ToString()).c_str(),
-            frameCount, preview ? 0u : frameIndex, preview ? "true" : "false", size.width,
-            size.height, JsonString(std::string(sourceInfo.name)).c_str(),
-            sourceInfo.bitsPerPixel, JsonString(std::string(imaging::Info(format).name)).c_str(),
+            JsonString(file).c_str(), JsonString(picture.container.ToString()).c_str(), frameCount,
+            preview ? 0u : frameIndex, preview ? "true" : "false", size.width, size.height,
+            JsonString(std::string(sourceInfo.name)).c_str(), sourceInfo.bitsPerPixel,
+            JsonString(std::string(imaging::Info(format).name)).c_str(),
             copied == S_FALSE ? "true" : "false", JsonString(copied.Hex()).c_str(), ms);
     } else {
         std::printf("%s: %u x %u, %s (%u bits per pixel), %u frame%s, container %s%s, %.1f ms\n",
                     file.c_str(), size.width, size.height, std::string(sourceInfo.name).c_str(),
                     sourceInfo.bitsPerPixel, frameCount, frameCount == 1 ? "" : "s",
-                    picture.container.ToString().c_str(),
-                    copied == S_FALSE ? ", cut short" : "", ms);
+                    picture.container.ToString().c_str(), copied == S_FALSE ? ", cut short" : "",
+                    ms);
     }
     return 0;
 }

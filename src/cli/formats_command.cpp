@@ -26,9 +26,10 @@ int Run(std::span<const std::string> args) {
         std::string out = "{\"decoders\":[";
         for (std::size_t i = 0; i < decoders.size(); ++i) {
             const auto& d = decoders[i];
-            out += std::string(i ? "," : "") + "{\"container\":" +
-                   JsonString(d.container.ToString()) + ",\"vendor\":" +
-                   JsonString(d.vendor.ToString()) + ",\"name\":" + JsonString(d.name) +
+            out += std::string(i ? "," : "") +
+                   "{\"container\":" + JsonString(d.container.ToString()) +
+                   ",\"vendor\":" + JsonString(d.vendor.ToString()) +
+                   ",\"name\":" + JsonString(d.name) +
                    ",\"extensions\":" + JsonString(d.extensions) + "}";
         }
         out += "],\"supportedPatterns\":" + JsonString(patterns) + "}\n";

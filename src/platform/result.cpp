@@ -13,28 +13,50 @@ std::string Result::Hex() const {
 
 std::string Result::Reason() const {
     switch (code_) {
-        case 0x00000000u: return "success";
-        case 0x00000001u: return "no such frame, or the file was cut short";
-        case 0x80004004u: return "the decode was aborted";
-        case 0x80004005u: return "unspecified failure";
-        case 0x8000FFFFu: return "unexpected failure";
-        case 0x80004001u: return "not implemented";
-        case 0x8007000Eu: return "not enough memory";
-        case 0x80070057u: return "invalid argument";
-        case 0x80070005u: return "access denied";
-        case 0x80070020u: return "the file is in use by another program";
-        case 0x80070002u: return "file not found";
-        case 0x80070003u: return "folder not found";
-        case 0x80070070u: return "the disk is full";
-        case 0x8007065Eu: return "no decoder reads this file";
-        case 0x88982F51u: return "the picture is larger than this program accepts";
-        case 0x88982F60u: return "the picture data is damaged";
-        case 0x88982F61u: return "the file's header is missing or damaged";
-        case 0x88982F62u: return "the frame is missing";
-        case 0x88982F70u: return "the picture data ends or breaks early";
-        case 0x88982F80u: return "the pixel format is not supported";
-        case 0x88982F81u: return "the operation is not supported for this file";
-        default: break;
+        case 0x00000000u:
+            return "success";
+        case 0x00000001u:
+            return "no such frame, or the file was cut short";
+        case 0x80004004u:
+            return "the decode was aborted";
+        case 0x80004005u:
+            return "unspecified failure";
+        case 0x8000FFFFu:
+            return "unexpected failure";
+        case 0x80004001u:
+            return "not implemented";
+        case 0x8007000Eu:
+            return "not enough memory";
+        case 0x80070057u:
+            return "invalid argument";
+        case 0x80070005u:
+            return "access denied";
+        case 0x80070020u:
+            return "the file is in use by another program";
+        case 0x80070002u:
+            return "file not found";
+        case 0x80070003u:
+            return "folder not found";
+        case 0x80070070u:
+            return "the disk is full";
+        case 0x8007065Eu:
+            return "no decoder reads this file";
+        case 0x88982F51u:
+            return "the picture is larger than this program accepts";
+        case 0x88982F60u:
+            return "the picture data is damaged";
+        case 0x88982F61u:
+            return "the file's header is missing or damaged";
+        case 0x88982F62u:
+            return "the frame is missing";
+        case 0x88982F70u:
+            return "the picture data ends or breaks early";
+        case 0x88982F80u:
+            return "the pixel format is not supported";
+        case 0x88982F81u:
+            return "the operation is not supported for this file";
+        default:
+            break;
     }
     if ((code_ & 0xFFFF0000u) == 0x80070000u) {
         return "system error " + std::to_string(code_ & 0xFFFFu);

@@ -104,15 +104,15 @@ TEST(Cli, DecodeReportsThePictureOrTheReasonItCannot) {
     test::TempFolder folder;
     // A 2 x 1 24-bit BMP written byte by byte: blue, then red.
     const unsigned char bmp[] = {
-        'B', 'M', 62, 0, 0, 0, 0, 0, 0, 0, 54, 0, 0, 0,  // file header
-        40, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 1, 0, 24, 0, 0, 0, 0, 0,
-        8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  // info header
-        255, 0, 0, 0, 0, 255, 0, 0,                                  // one row, padded
+        'B', 'M', 62, 0, 0, 0,   0, 0, 0, 0, 54, 0, 0, 0,  // file header
+        40,  0,   0,  0, 2, 0,   0, 0, 1, 0, 0,  0, 1, 0, 24, 0, 0, 0, 0, 0,
+        8,   0,   0,  0, 0, 0,   0, 0, 0, 0, 0,  0, 0, 0, 0,  0, 0, 0, 0, 0,  // info header
+        255, 0,   0,  0, 0, 255, 0, 0,                                        // one row, padded
     };
     std::ofstream(folder / "two.bmp", std::ios::binary)
         .write(reinterpret_cast<const char*>(bmp), sizeof bmp);
-    const auto run = Cli(folder / "r.db", {"decode", (folder / "two.bmp").string(), "--json",
-                                           "-o", (folder / "out.png").string()});
+    const auto run = Cli(folder / "r.db", {"decode", (folder / "two.bmp").string(), "--json", "-o",
+                                           (folder / "out.png").string()});
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_NE(run.out.find("\"width\":2,\"height\":1,\"sourcePixelFormat\":\"24bppBGR\","
                            "\"sourceBitsPerPixel\":24"),
@@ -127,9 +127,9 @@ TEST(Cli, DecodeReportsThePictureOrTheReasonItCannot) {
     EXPECT_EQ(bad.exitCode, 1);
     EXPECT_NE(bad.out.find("\"result\":\"0x"), std::string::npos);
     EXPECT_EQ(Cli(folder / "r.db", {"decode", (folder / "missing.jpg").string()}).exitCode, 1);
-    EXPECT_EQ(Cli(folder / "r.db", {"decode", (folder / "two.bmp").string(), "--frame", "1"})
-                  .exitCode,
-              1);
+    EXPECT_EQ(
+        Cli(folder / "r.db", {"decode", (folder / "two.bmp").string(), "--frame", "1"}).exitCode,
+        1);
     EXPECT_EQ(Cli(folder / "r.db", {"decode"}).exitCode, 2);
 }
 

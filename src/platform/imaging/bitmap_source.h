@@ -63,9 +63,9 @@ public:
     Result CopyPixels(const PixelRect& rect, std::size_t stride, std::span<std::byte> out);
     // The whole source, rows of `stride` bytes.
     Result CopyAll(std::size_t stride, std::span<std::byte> out) {
-        return CopyPixels({0, 0, static_cast<std::int32_t>(size_.width),
-                           static_cast<std::int32_t>(size_.height)},
-                          stride, out);
+        return CopyPixels(
+            {0, 0, static_cast<std::int32_t>(size_.width), static_cast<std::int32_t>(size_.height)},
+            stride, out);
     }
 
     // Bytes of one row of `width` pixels in this source's format, without padding.

@@ -1,10 +1,10 @@
 #include "platform/imaging/file_bytes.h"
 
+#include <cerrno>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cerrno>
 
 namespace orvanta::imaging {
 

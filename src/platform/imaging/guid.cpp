@@ -29,8 +29,8 @@ std::optional<Guid> Guid::Parse(std::string_view text) {
         } else {
             return std::nullopt;
         }
-        guid.bytes[nibble / 2] = static_cast<std::uint8_t>(guid.bytes[nibble / 2] |
-                                                           (nibble % 2 ? v : v << 4));
+        guid.bytes[nibble / 2] =
+            static_cast<std::uint8_t>(guid.bytes[nibble / 2] | (nibble % 2 ? v : v << 4));
         ++nibble;
     }
     return guid;

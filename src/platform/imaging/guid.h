@@ -29,16 +29,24 @@ consteval Guid MakeGuid(std::string_view text) {
     int nibble = 0;
     for (char c : text) {
         int v = -1;
-        if (c >= '0' && c <= '9') v = c - '0';
-        else if (c >= 'a' && c <= 'f') v = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F') v = c - 'A' + 10;
-        else if (c == '{' || c == '}' || c == '-') continue;
-        else throw "bad character in identifier";
-        if (nibble >= 32) throw "identifier too long";
-        guid.bytes[nibble / 2] = static_cast<std::uint8_t>(guid.bytes[nibble / 2] | (nibble % 2 ? v : v << 4));
+        if (c >= '0' && c <= '9')
+            v = c - '0';
+        else if (c >= 'a' && c <= 'f')
+            v = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F')
+            v = c - 'A' + 10;
+        else if (c == '{' || c == '}' || c == '-')
+            continue;
+        else
+            throw "bad character in identifier";
+        if (nibble >= 32)
+            throw "identifier too long";
+        guid.bytes[nibble / 2] =
+            static_cast<std::uint8_t>(guid.bytes[nibble / 2] | (nibble % 2 ? v : v << 4));
         ++nibble;
     }
-    if (nibble != 32) throw "identifier too short";
+    if (nibble != 32)
+        throw "identifier too short";
     return guid;
 }
 
@@ -66,7 +74,8 @@ inline constexpr Guid WebP = MakeGuid("e094b0e2-67f2-45b3-b0ea-115337ca7cbf");
 inline constexpr Guid Heif = MakeGuid("e1e62521-6787-405b-a339-500715b5763f");
 inline constexpr Guid Avif = MakeGuid("b3b4f2a6-77a1-4f4e-9c3e-1f1d7c2a0d61");
 inline constexpr Guid Jxl = MakeGuid("fec14e3f-427a-4736-aae6-27ed84f69322");
-inline constexpr Guid Raw = MakeGuid("5b0a2c6e-3e52-4d5f-8e43-7a9d1f0c2b84");  // LibRaw, other extensions
+inline constexpr Guid Raw =
+    MakeGuid("5b0a2c6e-3e52-4d5f-8e43-7a9d1f0c2b84");  // LibRaw, other extensions
 }  // namespace container
 
 namespace vendor {

@@ -12,18 +12,18 @@ constexpr std::array kFormats = {
     PixelFormatInfo{PixelFormat::Unknown, Guid{}, 0, 0, 0, false, false, false, "Unknown"},
     PixelFormatInfo{PixelFormat::Pbgra32, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc910"), 32, 4,
                     8, true, true, false, "32bppPBGRA"},
-    PixelFormatInfo{PixelFormat::Bgra32, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc90f"), 32, 4,
-                    8, true, false, false, "32bppBGRA"},
+    PixelFormatInfo{PixelFormat::Bgra32, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc90f"), 32, 4, 8,
+                    true, false, false, "32bppBGRA"},
     PixelFormatInfo{PixelFormat::Bgr32, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc90e"), 32, 3, 8,
                     false, false, false, "32bppBGR"},
     PixelFormatInfo{PixelFormat::Bgr24, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc90c"), 24, 3, 8,
                     false, false, false, "24bppBGR"},
-    PixelFormatInfo{PixelFormat::Bgr565, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc90a"), 16, 3,
-                    5, false, false, false, "16bppBGR565"},
-    PixelFormatInfo{PixelFormat::Bgr555, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc909"), 16, 3,
-                    5, false, false, false, "16bppBGR555"},
-    PixelFormatInfo{PixelFormat::BlackWhite, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc905"), 1,
-                    1, 1, false, false, false, "BlackWhite"},
+    PixelFormatInfo{PixelFormat::Bgr565, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc90a"), 16, 3, 5,
+                    false, false, false, "16bppBGR565"},
+    PixelFormatInfo{PixelFormat::Bgr555, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc909"), 16, 3, 5,
+                    false, false, false, "16bppBGR555"},
+    PixelFormatInfo{PixelFormat::BlackWhite, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc905"), 1, 1,
+                    1, false, false, false, "BlackWhite"},
     PixelFormatInfo{PixelFormat::Indexed1, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc901"), 1, 1,
                     1, false, false, true, "1bppIndexed"},
     PixelFormatInfo{PixelFormat::Indexed2, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc902"), 2, 1,
@@ -38,18 +38,18 @@ constexpr std::array kFormats = {
                     16, false, false, false, "16bppGray"},
     PixelFormatInfo{PixelFormat::Rgb24, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc90d"), 24, 3, 8,
                     false, false, false, "24bppRGB"},
-    PixelFormatInfo{PixelFormat::Rgba32, MakeGuid("f5c7ad2d-6a8d-43dd-a7a8-a29935261ae9"), 32, 4,
-                    8, true, false, false, "32bppRGBA"},
-    PixelFormatInfo{PixelFormat::Rgb48, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc915"), 48, 3,
-                    16, false, false, false, "48bppRGB"},
+    PixelFormatInfo{PixelFormat::Rgba32, MakeGuid("f5c7ad2d-6a8d-43dd-a7a8-a29935261ae9"), 32, 4, 8,
+                    true, false, false, "32bppRGBA"},
+    PixelFormatInfo{PixelFormat::Rgb48, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc915"), 48, 3, 16,
+                    false, false, false, "48bppRGB"},
     PixelFormatInfo{PixelFormat::Rgba64, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc916"), 64, 4,
                     16, true, false, false, "64bppRGBA"},
     PixelFormatInfo{PixelFormat::Prgba64, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc917"), 64, 4,
                     16, true, true, false, "64bppPRGBA"},
     PixelFormatInfo{PixelFormat::Bgra64, MakeGuid("1562ff7c-d352-46f9-979e-42976b792246"), 64, 4,
                     16, true, false, false, "64bppBGRA"},
-    PixelFormatInfo{PixelFormat::Cmyk32, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc91c"), 32, 4,
-                    8, false, false, false, "32bppCMYK"},
+    PixelFormatInfo{PixelFormat::Cmyk32, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc91c"), 32, 4, 8,
+                    false, false, false, "32bppCMYK"},
     PixelFormatInfo{PixelFormat::Cmyk64, MakeGuid("6fddc324-4e03-4bfe-b185-3d77768dc91f"), 64, 4,
                     16, false, false, false, "64bppCMYK"},
     PixelFormatInfo{PixelFormat::GrayAlpha16, MakeGuid("a4b2c61e-5d0f-4e8a-9b73-2f6c1d8e0a11"), 16,
@@ -75,7 +75,9 @@ const PixelFormatInfo& Info(PixelFormat format) {
     return index < kFormats.size() ? kFormats[index] : kFormats[0];
 }
 
-std::span<const PixelFormatInfo> AllPixelFormats() { return kFormats; }
+std::span<const PixelFormatInfo> AllPixelFormats() {
+    return kFormats;
+}
 
 PixelFormat PixelFormatFromGuid(const Guid& id) {
     for (const auto& info : kFormats) {

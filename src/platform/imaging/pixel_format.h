@@ -60,6 +60,8 @@ const PixelFormatInfo& Info(PixelFormat format);
 std::span<const PixelFormatInfo> AllPixelFormats();
 // Unknown when the identifier names no format of the table.
 PixelFormat PixelFormatFromGuid(const Guid& id);
-inline std::uint32_t BitsPerPixel(PixelFormat format) { return Info(format).bitsPerPixel; }
+inline std::uint32_t BitsPerPixel(PixelFormat format) {
+    return Info(format).bitsPerPixel;
+}
 
 }  // namespace orvanta::imaging

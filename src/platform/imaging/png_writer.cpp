@@ -32,9 +32,10 @@ Result WritePng(const std::filesystem::path& path, PixelSize size, PixelFormat f
             if (format == PixelFormat::Pbgra32 && a != 255) {
                 // Undo premultiplication, rounding to nearest; transparent stays black.
                 for (int c = 0; c < 3; ++c) {
-                    out[2 - c] = a == 0 ? 0
-                                        : static_cast<std::uint8_t>(
-                                              std::min(255u, (in[c] * 255u + a / 2) / a));
+                    out[2 - c] =
+                        a == 0
+                            ? 0
+                            : static_cast<std::uint8_t>(std::min(255u, (in[c] * 255u + a / 2) / a));
                 }
             } else {
                 out[0] = in[2];

@@ -5,8 +5,8 @@
 #endif
 
 #include <algorithm>
-#include <cstring>
 #include <cmath>
+#include <cstring>
 #include <new>
 #include <utility>
 #include <vector>
@@ -211,8 +211,7 @@ void CombineRows(const std::uint8_t* const* rows, const std::int16_t* weights, s
                 pair ? _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[t + 1] + e)) : zero;
             const __m128i w = _mm_set1_epi32(
                 static_cast<std::uint16_t>(weights[t]) |
-                (pair ? static_cast<std::uint32_t>(static_cast<std::uint16_t>(weights[t + 1]))
-                            << 16
+                (pair ? static_cast<std::uint32_t>(static_cast<std::uint16_t>(weights[t + 1])) << 16
                       : 0u));
             const __m128i aLow = _mm_unpacklo_epi8(a, zero);
             const __m128i bLow = _mm_unpacklo_epi8(b, zero);
