@@ -195,33 +195,41 @@ std::int32_t OlympusColourSpaceFromMakerNote(std::span<const std::uint8_t> maker
         return -1;
     }
     // The camera-settings block is found by its first entry (tag 0, undefined, count 4,
-    // the block's version as four digits) rather than by the offset, which counts from
-    // different origins in different camera generations.
+    // the block's version as four digits) rather than by the 0x2020 offset, which counts from
+    // the EXIF header in older cameras and so cannot be followed inside the blob. Those
+    // cameras' blocks are told by their entry count matching the 0x2020 value; where none
+    // matches (the E-1 family), the first block holding a colour space is taken.
     static constexpr std::uint8_t kFirstBig[8] = {0, 0, 0, 7, 0, 0, 0, 4};
     static constexpr std::uint8_t kFirstLittle[8] = {0, 0, 7, 0, 4, 0, 0, 0};
     const std::uint8_t* first = bigEndian ? kFirstBig : kFirstLittle;
-    const auto isDigit = [&](std::size_t at) { return bytes.At(at) >= '0' && bytes.At(at) <= '9'; };
-    for (std::size_t match = 2; bytes.Fits(match, 8 + 3); ++match) {
-        if (std::memcmp(blob.data() + match, first, 8) != 0 || !isDigit(match + 8) ||
-            !isDigit(match + 9) || !isDigit(match + 10)) {
-            continue;
-        }
-        if (version <= 2 && bytes.U16(match - 2) != settings / kEntrySize) {
-            continue;
-        }
-        std::int32_t space = -1;
-        WalkDirectory(bytes, match - 2, [&](const Entry& entry) {
-            if (entry.tag == 0x0507 && entry.type == kTypeShort && entry.count == 1) {
-                space = bytes.U16(entry.at + 8) + 1;
-                return true;
+    const auto isDigit = [&](std::size_t at) {
+        return bytes.At(at) >= '0' && bytes.At(at) <= '9';
+    };
+    const auto search = [&](bool checkCount) {
+        for (std::size_t match = 2; bytes.Fits(match, 8 + 3); ++match) {
+            if (std::memcmp(blob.data() + match, first, 8) != 0 || !isDigit(match + 8) ||
+                !isDigit(match + 9) || !isDigit(match + 10)) {
+                continue;
             }
-            return false;
-        });
-        if (space != -1) {
-            return space;
+            if (checkCount && version <= 2 && bytes.U16(match - 2) != settings / kEntrySize) {
+                continue;
+            }
+            std::int32_t space = -1;
+            WalkDirectory(bytes, match - 2, [&](const Entry& entry) {
+                if (entry.tag == 0x0507 && entry.type == kTypeShort && entry.count == 1) {
+                    space = bytes.U16(entry.at + 8) + 1;
+                    return true;
+                }
+                return false;
+            });
+            if (space != -1) {
+                return space;
+            }
         }
-    }
-    return -1;
+        return -1;
+    };
+    const std::int32_t space = search(true);
+    return space != -1 || version > 2 ? space : search(false);
 }
 
 }  // namespace orvanta::metadata

@@ -441,14 +441,19 @@ Result MetadataQueryReader::Create(std::span<const std::uint8_t> file, const Gui
                     static_cast<std::uint32_t>(std::max(0, image->pixelWidth())),
                     static_cast<std::uint32_t>(std::max(0, image->pixelHeight()))};
             } catch (const Exiv2::AnyError& error) {
-                // A container the library does not parse is read from the frame's blocks;
-                // one it knows but cannot parse is damaged.
-                if (!IsUnknownFormat(error)) {
-                    throw;
+                // The containers this reader is asked about must parse; any other one (HEIF,
+                // JPEG XL, ... which the library reads poorly or not at all) is read from the
+                // frame's blocks instead.
+                if (IsMetadataBearing(container)) {
+                    if (!IsUnknownFormat(error)) {
+                        throw;
+                    }
+                    if (blocks.exif.empty() && blocks.xmp.empty()) {
+                        return WINCODEC_ERR_UNKNOWNIMAGEFORMAT;
+                    }
                 }
-                if (IsMetadataBearing(container) && blocks.exif.empty() && blocks.xmp.empty()) {
-                    return WINCODEC_ERR_UNKNOWNIMAGEFORMAT;
-                }
+                *store = Store{};
+                store->tiffStructured = IsTiffStructured(container);
             }
         }
         DecodeBlocks(blocks, *store);
