@@ -256,9 +256,9 @@ void DecodeBlocks(const FrameMetadataBlocks& blocks, Store& store) {
 // The library does not know the HD Photo container, but its header is a TIFF header with
 // another magic number and its directory holds the EXIF, GPS and XMP tags as TIFF does:
 // read a copy that carries TIFF's magic number.
-void DecodeHdPhoto(std::span<const std::uint8_t> file, Store& store) {
+bool DecodeHdPhoto(std::span<const std::uint8_t> file, Store& store) {
     if (file.size() < 8 || file[0] != 'I' || file[1] != 'I' || file[2] != 0xBC) {
-        return;
+        return false;
     }
     std::vector<std::uint8_t> copy(file.begin(), file.end());
     copy[2] = 0x2A;
@@ -270,6 +270,7 @@ void DecodeHdPhoto(std::span<const std::uint8_t> file, Store& store) {
         packet->copy(reinterpret_cast<Exiv2::byte*>(text.data()), Exiv2::invalidByteOrder);
         Exiv2::XmpParser::decode(store.xmp, text);
     }
+    return true;
 }
 
 bool IsUnknownFormat(const Exiv2::AnyError& error) {
@@ -429,7 +430,9 @@ Result MetadataQueryReader::Create(std::span<const std::uint8_t> file, const Gui
     store->tiffStructured = IsTiffStructured(container);
     try {
         if (frameIndex == 0 && container == container::Wmp) {
-            DecodeHdPhoto(file, *store);
+            if (!DecodeHdPhoto(file, *store) && blocks.exif.empty() && blocks.xmp.empty()) {
+                return WINCODEC_ERR_UNKNOWNIMAGEFORMAT;
+            }
         } else if (frameIndex == 0 && !file.empty()) {
             try {
                 auto image = Exiv2::ImageFactory::open(file.data(), static_cast<long>(file.size()));
