@@ -202,9 +202,7 @@ std::int32_t OlympusColourSpaceFromMakerNote(std::span<const std::uint8_t> maker
     static constexpr std::uint8_t kFirstBig[8] = {0, 0, 0, 7, 0, 0, 0, 4};
     static constexpr std::uint8_t kFirstLittle[8] = {0, 0, 7, 0, 4, 0, 0, 0};
     const std::uint8_t* first = bigEndian ? kFirstBig : kFirstLittle;
-    const auto isDigit = [&](std::size_t at) {
-        return bytes.At(at) >= '0' && bytes.At(at) <= '9';
-    };
+    const auto isDigit = [&](std::size_t at) { return bytes.At(at) >= '0' && bytes.At(at) <= '9'; };
     const auto search = [&](bool checkCount) {
         for (std::size_t match = 2; bytes.Fits(match, 8 + 3); ++match) {
             if (std::memcmp(blob.data() + match, first, 8) != 0 || !isDigit(match + 8) ||

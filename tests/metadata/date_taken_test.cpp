@@ -30,14 +30,20 @@ const MetadataEdits kDates{{{"Exif.Photo.DateTimeOriginal", "2009:03:14 15:09:26
 TEST_F(DateTaken, ReadsTheDateTakenOrTheSatelliteClockFirst) {
     const auto path = folder_ / "a.JPG";
     test::WriteFile(path, test::WithMetadata(test::MakeJpeg(64, 64), kDates));
-    EXPECT_EQ(ReadDateTaken(path, kDefault, false), imaging::FileTimeFromCivil({2009, 3, 14, 15, 9, 26, 0}));
-    EXPECT_EQ(ReadDateTaken(path, kDefault, true), imaging::FileTimeFromCivil({2009, 3, 14, 14, 9, 30, 0}));
+    EXPECT_EQ(ReadDateTaken(path, kDefault, false),
+              imaging::FileTimeFromCivil({2009, 3, 14, 15, 9, 26, 0}));
+    EXPECT_EQ(ReadDateTaken(path, kDefault, true),
+              imaging::FileTimeFromCivil({2009, 3, 14, 14, 9, 30, 0}));
 }
 
 TEST_F(DateTaken, FallsBackToTheDateDigitised) {
     const auto path = folder_ / "b.tif";
-    test::WriteFile(path, test::WithMetadata(test::MakeTiff(8, 8), {{{"Exif.Photo.DateTimeDigitized", "2001:02:03 04:05:06"}}, {}, {}, {}}));
-    EXPECT_EQ(ReadDateTaken(path, kDefault, true), imaging::FileTimeFromCivil({2001, 2, 3, 4, 5, 6, 0}));
+    test::WriteFile(path,
+                    test::WithMetadata(
+                        test::MakeTiff(8, 8),
+                        {{{"Exif.Photo.DateTimeDigitized", "2001:02:03 04:05:06"}}, {}, {}, {}}));
+    EXPECT_EQ(ReadDateTaken(path, kDefault, true),
+              imaging::FileTimeFromCivil({2001, 2, 3, 4, 5, 6, 0}));
 }
 
 TEST_F(DateTaken, ReadsAJpegWhoseMetadataOutgrowsTheFirstRead) {
@@ -50,7 +56,8 @@ TEST_F(DateTaken, ReadsAJpegWhoseMetadataOutgrowsTheFirstRead) {
     }
     const auto path = folder_ / "c.jpg";
     test::WriteFile(path, jpeg);
-    EXPECT_EQ(ReadDateTaken(path, kDefault, false), imaging::FileTimeFromCivil({2009, 3, 14, 15, 9, 26, 0}));
+    EXPECT_EQ(ReadDateTaken(path, kDefault, false),
+              imaging::FileTimeFromCivil({2009, 3, 14, 15, 9, 26, 0}));
 }
 
 TEST_F(DateTaken, GivesTheDefaultWhenThereIsNoDate) {
@@ -60,7 +67,8 @@ TEST_F(DateTaken, GivesTheDefaultWhenThereIsNoDate) {
     test::WriteFile(folder_ / "d.xyz", dated);
     test::WriteFile(folder_ / "empty.jpg", {});
     test::WriteFile(folder_ / "cut.jpg", test::Bytes(dated.begin(), dated.begin() + 60));
-    for (const char* name : {"plain.jpg", "d.png", "d.xyz", "empty.jpg", "cut.jpg", "missing.jpg"}) {
+    for (const char* name :
+         {"plain.jpg", "d.png", "d.xyz", "empty.jpg", "cut.jpg", "missing.jpg"}) {
         EXPECT_EQ(ReadDateTaken(folder_ / name, kDefault, false), kDefault) << name;
     }
 }
@@ -83,12 +91,15 @@ TEST_P(OrientationTransform, MapsTheEightOrientations) {
         edits.xmp.emplace_back("Xmp.tiff.Orientation", GetParam().xmp);
     }
     for (const bool tiff : {false, true}) {
-        const auto file = test::WithMetadata(tiff ? test::MakeTiff(8, 8) : test::MakeJpeg(8, 8), edits);
+        const auto file =
+            test::WithMetadata(tiff ? test::MakeTiff(8, 8) : test::MakeJpeg(8, 8), edits);
         std::unique_ptr<imaging::MetadataQueryReader> reader;
-        ASSERT_EQ(imaging::MetadataQueryReader::Create(
-                      file, tiff ? imaging::container::Tiff : imaging::container::Jpeg, 0, {}, reader),
-                  S_OK);
-        EXPECT_EQ(ReadOrientationTransform(*reader), GetParam().transform) << (tiff ? "TIFF" : "JPEG");
+        ASSERT_EQ(
+            imaging::MetadataQueryReader::Create(
+                file, tiff ? imaging::container::Tiff : imaging::container::Jpeg, 0, {}, reader),
+            S_OK);
+        EXPECT_EQ(ReadOrientationTransform(*reader), GetParam().transform)
+            << (tiff ? "TIFF" : "JPEG");
     }
 }
 

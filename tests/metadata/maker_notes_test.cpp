@@ -1,9 +1,9 @@
 #include "metadata/maker_notes.h"
 
-#include <gtest/gtest.h>
-
 #include <string_view>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace orvanta::metadata {
 namespace {
@@ -117,7 +117,8 @@ TEST(NikonMakerNote, TakesTheFirstQualifyingEntry) {
     EXPECT_EQ(NikonIsoFromMakerNote(blob.Done()), 400);
 }
 
-class NikonMakerNoteRefuses : public testing::TestWithParam<std::pair<std::size_t, std::uint8_t>> {};
+class NikonMakerNoteRefuses : public testing::TestWithParam<std::pair<std::size_t, std::uint8_t>> {
+};
 
 // One byte of a good note changed: the signature, the byte order, the directory offset.
 TEST_P(NikonMakerNoteRefuses, DamagedHeader) {

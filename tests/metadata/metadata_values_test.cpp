@@ -21,7 +21,8 @@ TEST_P(RationalAsDoubleOf, Value) {
 
 INSTANTIATE_TEST_SUITE_P(
     Forms, RationalAsDoubleOf,
-    testing::Values(RationalCase{std::string("10/1250"), 0.008}, RationalCase{std::string("-2/3"), -2.0 / 3},
+    testing::Values(RationalCase{std::string("10/1250"), 0.008},
+                    RationalCase{std::string("-2/3"), -2.0 / 3},
                     RationalCase{std::string(" 7 / 2"), 3.5}, RationalCase{std::string("28"), 0},
                     RationalCase{std::string("5/0"), 0}, RationalCase{std::string(""), 0},
                     RationalCase{PackedRational::From(28, 10), 2.8},
@@ -29,7 +30,8 @@ INSTANTIATE_TEST_SUITE_P(
                     RationalCase{PackedRational::From(static_cast<std::uint32_t>(-1), 3), -1.0 / 3},
                     RationalCase{PackedRational::From(1, 0), 0},
                     RationalCase{std::int64_t{5} | std::int64_t{2} << 32, 2.5},
-                    RationalCase{MetadataValue{}, 0}, RationalCase{imaging::MetadataBlob{1, 2}, 0}));
+                    RationalCase{MetadataValue{}, 0},
+                    RationalCase{imaging::MetadataBlob{1, 2}, 0}));
 
 struct FractionCase {
     MetadataValue value;
@@ -44,12 +46,13 @@ TEST_P(ExposureFractionOf, ReducesOneWayOnly) {
 
 INSTANTIATE_TEST_SUITE_P(
     Forms, ExposureFractionOf,
-    testing::Values(FractionCase{std::string("10/1250"), {1, 125}}, FractionCase{std::string("5/2"), {5, 2}},
-                    FractionCase{std::string("20/10"), {2, 1}}, FractionCase{std::string("4/6"), {4, 6}},
-                    FractionCase{std::string("0/5"), {0, 0}}, FractionCase{std::string("5/0"), {0, 0}},
-                    FractionCase{std::string("1/250"), {1, 250}}, FractionCase{std::string("30"), {0, 0}},
-                    FractionCase{PackedRational::From(10, 5000), {1, 500}},
-                    FractionCase{PackedRational::From(0x80000000u, 0xFFFFFFFFu), {-2147483647 - 1, -1}}));
+    testing::Values(
+        FractionCase{std::string("10/1250"), {1, 125}}, FractionCase{std::string("5/2"), {5, 2}},
+        FractionCase{std::string("20/10"), {2, 1}}, FractionCase{std::string("4/6"), {4, 6}},
+        FractionCase{std::string("0/5"), {0, 0}}, FractionCase{std::string("5/0"), {0, 0}},
+        FractionCase{std::string("1/250"), {1, 250}}, FractionCase{std::string("30"), {0, 0}},
+        FractionCase{PackedRational::From(10, 5000), {1, 500}},
+        FractionCase{PackedRational::From(0x80000000u, 0xFFFFFFFFu), {-2147483647 - 1, -1}}));
 
 TEST(Apex, ShutterSpeedSevenIsOneOver128) {
     const auto time = ExposureFromShutterSpeed(7);
@@ -99,7 +102,10 @@ TEST(DecimalValue, ReadsLeadingDigitsOnly) {
 
 TEST(TrimWhiteSpace, TrimsUnicodeSpacesAtBothEnds) {
     EXPECT_EQ(TrimWhiteSpace("  NIKON D300\t\r\n"), "NIKON D300");
-    EXPECT_EQ(TrimWhiteSpace("\xC2\xA0" "a b" "\xE3\x80\x80"), "a b");
+    EXPECT_EQ(TrimWhiteSpace("\xC2\xA0"
+                             "a b"
+                             "\xE3\x80\x80"),
+              "a b");
     EXPECT_EQ(TrimWhiteSpace(" \t "), "");
     EXPECT_EQ(TrimWhiteSpace("\xC3\xA9t\xC3\xA9"), "\xC3\xA9t\xC3\xA9");
 }

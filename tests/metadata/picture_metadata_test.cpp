@@ -66,7 +66,8 @@ protected:
         const auto bytes = imaging::FileBytes::FromMemory(file, "/pictures/IMG_1.jpg");
         FakeFrame frame(bytes, {640, 480});
         FakeDecoder decoder(container, frames);
-        return ReadPictureMetadata("/pictures/IMG_1.jpg", &record, &frame, &decoder, index, profile);
+        return ReadPictureMetadata("/pictures/IMG_1.jpg", &record, &frame, &decoder, index,
+                                   profile);
     }
 };
 
@@ -91,8 +92,9 @@ TEST_F(ReadMetadata, FillsShootingDataFromExif) {
                               {{"Xmp.photoshop.Urgency", "3"}},
                               {}};
     PictureMetadata r;
-    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), edits), imaging::container::Jpeg, r, "opRGB"),
-              S_OK);
+    ASSERT_EQ(
+        Read(test::WithMetadata(test::MakeJpeg(8, 8), edits), imaging::container::Jpeg, r, "opRGB"),
+        S_OK);
     EXPECT_EQ(r.width, 640u);
     EXPECT_EQ(r.height, 480u);
     // Every field but the histogram's and the lens model, which is only white space.
@@ -133,7 +135,8 @@ class ReadMetadataXmp : public ReadMetadata, public testing::WithParamInterface<
 
 TEST_P(ReadMetadataXmp, StoresTheValue) {
     PictureMetadata r;
-    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), GetParam().edits), imaging::container::Jpeg, r),
+    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), GetParam().edits),
+                   imaging::container::Jpeg, r),
               S_OK);
     ASSERT_EQ(r.validFields & GetParam().bit, GetParam().bit);
     const double field = GetParam().bit == ValidField::kExposureTime ? r.exposureTime : r.fNumber;
@@ -147,30 +150,53 @@ TEST_P(ReadMetadataXmp, StoresTheValue) {
 INSTANTIATE_TEST_SUITE_P(
     Values, ReadMetadataXmp,
     testing::Values(
-        XmpCase{"ReducedTime", {{}, {}, {{"Xmp.exif.ExposureTime", "10/1250"}}, {}},
-                ValidField::kExposureTime, 0.008, {1, 125}},
-        XmpCase{"LongTime", {{}, {}, {{"Xmp.exif.ExposureTime", "5/2"}}, {}}, ValidField::kExposureTime,
-                2.5, {5, 2}},
-        XmpCase{"ShutterSpeed", {{}, {}, {{"Xmp.exif.ShutterSpeedValue", "7/1"}}, {}},
-                ValidField::kExposureTime, 1.0 / 128, {1, 128}},
-        XmpCase{"IfdShutterSpeed", {{{"Exif.Photo.ShutterSpeedValue", "7/1"}}, {}, {}, {}},
-                ValidField::kExposureTime, 1.0 / 128, {1, 128}},
-        XmpCase{"Aperture", {{}, {}, {{"Xmp.exif.ApertureValue", "5/1"}}, {}}, ValidField::kFNumber, 5.66,
+        XmpCase{"ReducedTime",
+                {{}, {}, {{"Xmp.exif.ExposureTime", "10/1250"}}, {}},
+                ValidField::kExposureTime,
+                0.008,
+                {1, 125}},
+        XmpCase{"LongTime",
+                {{}, {}, {{"Xmp.exif.ExposureTime", "5/2"}}, {}},
+                ValidField::kExposureTime,
+                2.5,
+                {5, 2}},
+        XmpCase{"ShutterSpeed",
+                {{}, {}, {{"Xmp.exif.ShutterSpeedValue", "7/1"}}, {}},
+                ValidField::kExposureTime,
+                1.0 / 128,
+                {1, 128}},
+        XmpCase{"IfdShutterSpeed",
+                {{{"Exif.Photo.ShutterSpeedValue", "7/1"}}, {}, {}, {}},
+                ValidField::kExposureTime,
+                1.0 / 128,
+                {1, 128}},
+        XmpCase{"Aperture",
+                {{}, {}, {{"Xmp.exif.ApertureValue", "5/1"}}, {}},
+                ValidField::kFNumber,
+                5.66,
                 {}},
         XmpCase{"FNumberBeforeAperture",
                 {{{"Exif.Photo.FNumber", "8/1"}, {"Exif.Photo.ApertureValue", "5/1"}}, {}, {}, {}},
-                ValidField::kFNumber, 8, {}}),
+                ValidField::kFNumber,
+                8,
+                {}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(ReadMetadata, ExifAndXmpDateFormsGiveTheSameTime) {
     PictureMetadata fromExif, fromXmp, fromDigitized;
-    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), {{{"Exif.Photo.DateTimeOriginal", "2009:03:14 15:09:26"}}, {}, {}, {}}),
+    ASSERT_EQ(Read(test::WithMetadata(
+                       test::MakeJpeg(8, 8),
+                       {{{"Exif.Photo.DateTimeOriginal", "2009:03:14 15:09:26"}}, {}, {}, {}}),
                    imaging::container::Jpeg, fromExif),
               S_OK);
-    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), {{}, {}, {{"Xmp.exif.DateTimeOriginal", "2009-03-14T15:09:26+01:00"}}, {}}),
+    ASSERT_EQ(Read(test::WithMetadata(
+                       test::MakeJpeg(8, 8),
+                       {{}, {}, {{"Xmp.exif.DateTimeOriginal", "2009-03-14T15:09:26+01:00"}}, {}}),
                    imaging::container::Jpeg, fromXmp),
               S_OK);
-    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), {{{"Exif.Photo.DateTimeDigitized", "2009:03:14 15:09:26"}}, {}, {}, {}}),
+    ASSERT_EQ(Read(test::WithMetadata(
+                       test::MakeJpeg(8, 8),
+                       {{{"Exif.Photo.DateTimeDigitized", "2009:03:14 15:09:26"}}, {}, {}, {}}),
                    imaging::container::Jpeg, fromDigitized),
               S_OK);
     EXPECT_TRUE(fromExif.validFields & ValidField::kDateTaken);
@@ -180,24 +206,32 @@ TEST_F(ReadMetadata, ExifAndXmpDateFormsGiveTheSameTime) {
 
 // A big-endian Nikon note whose only entry is tag 0x0025 with the ISO byte 84.
 test::Bytes NikonNoteIso400() {
-    test::Bytes note = {'N', 'i', 'k', 'o', 'n', 0, 2, 0x10, 0, 0, 'M', 'M', 0, 42, 0, 0, 0, 8,
-                        0, 1, 0, 0x25, 0, 7, 0, 0, 0, 1, 0, 0, 0, 26, 0, 0, 0, 0, 84};
+    test::Bytes note = {'N', 'i', 'k',  'o', 'n', 0, 2, 0x10, 0, 0, 'M', 'M', 0,  42, 0, 0, 0, 8, 0,
+                        1,   0,   0x25, 0,   7,   0, 0, 0,    1, 0, 0,   0,   26, 0,  0, 0, 0, 84};
     return note;
 }
 
 TEST_F(ReadMetadata, IsoFallsBackToTheNikonMakerNote) {
     PictureMetadata r;
     const MetadataEdits edits{{}, {{"Exif.Photo.MakerNote", NikonNoteIso400()}}, {}, {}};
-    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), edits), imaging::container::Jpeg, r), S_OK);
+    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), edits), imaging::container::Jpeg, r),
+              S_OK);
     EXPECT_TRUE(r.validFields & ValidField::kIsoSpeed);
     EXPECT_EQ(r.isoSpeed, 400);
 }
 
 TEST_F(ReadMetadata, TiffXmpIsReadUnderIfdPaths) {
     settings::LabellingConvention.Set(1);
-    const MetadataEdits edits{{}, {}, {{"Xmp.xmp.Label", "Orange"}, {"Xmp.photoshop.Urgency", "7"}, {"Xmp.xmp.Rating", "3"}, {"Xmp.tiff.Orientation", "6"}}, {}};
+    const MetadataEdits edits{{},
+                              {},
+                              {{"Xmp.xmp.Label", "Orange"},
+                               {"Xmp.photoshop.Urgency", "7"},
+                               {"Xmp.xmp.Rating", "3"},
+                               {"Xmp.tiff.Orientation", "6"}},
+                              {}};
     PictureMetadata r;
-    ASSERT_EQ(Read(test::WithMetadata(test::MakeTiff(8, 8), edits), imaging::container::Tiff, r), S_OK);
+    ASSERT_EQ(Read(test::WithMetadata(test::MakeTiff(8, 8), edits), imaging::container::Tiff, r),
+              S_OK);
     EXPECT_EQ(r.label, 2);
     EXPECT_EQ(r.urgency, 7);
     EXPECT_EQ(r.rating, 3);
@@ -233,7 +267,8 @@ TEST_F(ReadMetadata, SidecarLabelReplacesOnlyTheEmbeddedLabel) {
     SetSidecarMarksReader(SidecarWithLabel);
     const MetadataEdits edits{{}, {}, {{"Xmp.xmp.Rating", "2"}, {"Xmp.xmp.Label", "Red"}}, {}};
     PictureMetadata r;
-    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), edits), imaging::container::Jpeg, r), S_OK);
+    ASSERT_EQ(Read(test::WithMetadata(test::MakeJpeg(8, 8), edits), imaging::container::Jpeg, r),
+              S_OK);
     EXPECT_EQ(r.rating, 2);
     EXPECT_EQ(r.label, 4);
 }

@@ -71,7 +71,9 @@ Bytes MakeTiff(int width, int height) {
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, height);
     for (int y = 0; y < height; ++y) {
-        TIFFWriteScanline(tiff, const_cast<std::uint8_t*>(&pixels[static_cast<std::size_t>(y) * width * 3]), y, 0);
+        TIFFWriteScanline(
+            tiff, const_cast<std::uint8_t*>(&pixels[static_cast<std::size_t>(y) * width * 3]), y,
+            0);
     }
     TIFFClose(tiff);
     return ReadFile(path);
@@ -87,7 +89,8 @@ Bytes MakePng(int width, int height) {
     ihdr.bit_depth = 8;
     ihdr.color_type = SPNG_COLOR_TYPE_TRUECOLOR;
     spng_set_ihdr(ctx, &ihdr);
-    int error = spng_encode_image(ctx, pixels.data(), pixels.size(), SPNG_FMT_PNG, SPNG_ENCODE_FINALIZE);
+    int error =
+        spng_encode_image(ctx, pixels.data(), pixels.size(), SPNG_FMT_PNG, SPNG_ENCODE_FINALIZE);
     std::size_t size = 0;
     void* out = error == 0 ? spng_get_png_buffer(ctx, &size, &error) : nullptr;
     Bytes png;
@@ -108,8 +111,8 @@ Bytes WithMetadata(const Bytes& file, const MetadataEdits& edits) {
             image->exifData()[key] = value;
         }
         for (const auto& [key, blob] : edits.exifBlobs) {
-            Exiv2::DataValue value(blob.data(), static_cast<long>(blob.size()), Exiv2::invalidByteOrder,
-                                   Exiv2::undefined);
+            Exiv2::DataValue value(blob.data(), static_cast<long>(blob.size()),
+                                   Exiv2::invalidByteOrder, Exiv2::undefined);
             image->exifData()[key] = value;
         }
         for (const auto& [key, value] : edits.xmp) {
@@ -133,7 +136,8 @@ Bytes WithMetadata(const Bytes& file, const MetadataEdits& edits) {
 
 void WriteFile(const std::filesystem::path& path, const Bytes& bytes) {
     std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
 }
 
 }  // namespace orvanta::test

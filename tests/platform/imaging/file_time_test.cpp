@@ -14,8 +14,9 @@ TEST(FileTime, CountsFrom1601) {
 }
 
 TEST(FileTime, RoundTripsThroughCivilFields) {
-    for (const CivilTime t : {CivilTime{1601, 1, 1, 0, 0, 0, 0}, CivilTime{2000, 2, 29, 23, 59, 59, 999},
-                              CivilTime{2100, 12, 31, 12, 0, 1, 0}, CivilTime{30827, 12, 31, 23, 59, 59, 0}}) {
+    for (const CivilTime t :
+         {CivilTime{1601, 1, 1, 0, 0, 0, 0}, CivilTime{2000, 2, 29, 23, 59, 59, 999},
+          CivilTime{2100, 12, 31, 12, 0, 1, 0}, CivilTime{30827, 12, 31, 23, 59, 59, 0}}) {
         const auto time = FileTimeFromCivil(t);
         ASSERT_TRUE(time);
         const CivilTime back = CivilFromFileTime(*time);
@@ -46,7 +47,8 @@ INSTANTIATE_TEST_SUITE_P(
                     CivilTime{2009, 1, 1, -1, 0, 0, 0}));
 
 TEST(FileTime, FormatsAsIso8601) {
-    EXPECT_EQ(FormatIso8601(*FileTimeFromCivil({2009, 3, 14, 15, 9, 26, 0})), "2009-03-14T15:09:26");
+    EXPECT_EQ(FormatIso8601(*FileTimeFromCivil({2009, 3, 14, 15, 9, 26, 0})),
+              "2009-03-14T15:09:26");
     EXPECT_EQ(FormatIso8601(*FileTimeFromCivil({2009, 3, 14, 15, 9, 26, 5})),
               "2009-03-14T15:09:26.005");
 }
