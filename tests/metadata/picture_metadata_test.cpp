@@ -1,5 +1,8 @@
 #include "metadata/picture_metadata.h"
 
+#include <atomic>
+#include <thread>
+
 #include <gtest/gtest.h>
 
 #include "metadata/metadata_values.h"
@@ -298,6 +301,43 @@ TEST_F(ReadMetadata, DamagedFileGivesAFailureCode) {
         const test::Bytes noise(64, 0xA5);
         EXPECT_TRUE(Read(noise, container, r).Failed()) << container.ToString();
     }
+}
+
+}  // namespace
+}  // namespace orvanta::metadata
+
+namespace orvanta::metadata {
+namespace {
+
+// Decode workers read metadata on several threads at once; XMP packets go through the
+// toolkit under its lock. Run under the address sanitizer, a race that corrupts the toolkit
+// shows as a crash or a wrong value.
+TEST(ReadMetadataThreads, WorkersReadAtOnce) {
+    imaging::InitialiseMetadata();
+    const auto jpeg = test::WithMetadata(test::MakeJpeg(8, 8),
+                                         {{{"Exif.Photo.ISOSpeedRatings", "640"}},
+                                          {},
+                                          {{"Xmp.xmp.Rating", "5"}, {"Xmp.xmp.Label", "Red"}},
+                                          {}});
+    const auto bytes = imaging::FileBytes::FromMemory(jpeg, "a.jpg");
+    std::atomic<int> good{0};
+    std::vector<std::thread> workers;
+    for (int t = 0; t < 4; ++t) {
+        workers.emplace_back([&] {
+            for (int i = 0; i < 25; ++i) {
+                PictureMetadata r;
+                const MetadataFrame frame{bytes.get(), imaging::container::Jpeg, 1, 0, {8, 8}, {}};
+                if (ReadPictureMetadata("a.jpg", r, frame, "") == S_OK && r.rating == 5 &&
+                    r.label == 1 && r.isoSpeed == 640) {
+                    ++good;
+                }
+            }
+        });
+    }
+    for (auto& worker : workers) {
+        worker.join();
+    }
+    EXPECT_EQ(good.load(), 100);
 }
 
 }  // namespace

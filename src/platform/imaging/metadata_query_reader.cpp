@@ -314,6 +314,9 @@ const Exiv2::Exifdatum* Store::FindExif(std::uint16_t tag, std::string_view grou
 }
 
 const Exiv2::Xmpdatum* Store::FindXmp(std::string_view prefix, std::string_view name) const {
+    if (xmp.empty()) {
+        return nullptr;
+    }
     std::string ns;
     try {
         ns = Exiv2::XmpProperties::ns(std::string(prefix));
@@ -426,6 +429,8 @@ Result MetadataQueryReader::Create(std::span<const std::uint8_t> file, const Gui
                                    std::uint32_t frameIndex, const FrameMetadataBlocks& blocks,
                                    std::unique_ptr<MetadataQueryReader>& reader) {
     reader.reset();
+    // The XMP toolkit must have its lock before any thread parses a packet.
+    InitialiseMetadata();
     auto store = std::make_unique<Store>();
     store->tiffStructured = IsTiffStructured(container);
     try {
