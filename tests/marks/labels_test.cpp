@@ -13,6 +13,10 @@ struct LabelCase {
     std::int32_t expected;
 };
 
+void PrintTo(const LabelCase& c, std::ostream* os) {
+    *os << '"' << c.text << "\" under " << c.convention;
+}
+
 class LabelIndexOf : public testing::TestWithParam<LabelCase> {};
 
 TEST_P(LabelIndexOf, Text) {

@@ -79,6 +79,10 @@ struct OrientationCase {
     std::uint32_t transform;
 };
 
+void PrintTo(const OrientationCase& c, std::ostream* os) {
+    *os << "exif " << (c.exif ? c.exif : "-") << " xmp " << (c.xmp ? c.xmp : "-");
+}
+
 class OrientationTransform : public testing::TestWithParam<OrientationCase> {};
 
 TEST_P(OrientationTransform, MapsTheEightOrientations) {

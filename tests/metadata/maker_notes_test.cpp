@@ -74,6 +74,10 @@ struct IsoInfoCase {
     std::int32_t iso;
 };
 
+void PrintTo(const IsoInfoCase& c, std::ostream* os) {
+    *os << "byte " << int{c.b};
+}
+
 class NikonIsoInfoByte : public testing::TestWithParam<IsoInfoCase> {};
 
 // The byte counts twelfths of a stop: 84 is ISO 400, 72 ISO 200, 48 ISO 50; values between

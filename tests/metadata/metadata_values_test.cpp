@@ -13,6 +13,10 @@ struct RationalCase {
     double expected;
 };
 
+void PrintTo(const RationalCase& c, std::ostream* os) {
+    *os << c.expected;
+}
+
 class RationalAsDoubleOf : public testing::TestWithParam<RationalCase> {};
 
 TEST_P(RationalAsDoubleOf, Value) {
@@ -37,6 +41,10 @@ struct FractionCase {
     MetadataValue value;
     Fraction expected;
 };
+
+void PrintTo(const FractionCase& c, std::ostream* os) {
+    *os << c.expected.numerator << '/' << c.expected.denominator;
+}
 
 class ExposureFractionOf : public testing::TestWithParam<FractionCase> {};
 

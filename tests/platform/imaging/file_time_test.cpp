@@ -3,6 +3,13 @@
 #include <gtest/gtest.h>
 
 namespace orvanta::imaging {
+
+// Test names for the refused field sets; gtest finds it beside CivilTime.
+void PrintTo(const CivilTime& t, std::ostream* os) {
+    *os << t.year << '-' << t.month << '-' << t.day << ' ' << t.hour << ':' << t.minute << ':'
+        << t.second << '.' << t.millisecond;
+}
+
 namespace {
 
 TEST(FileTime, CountsFrom1601) {

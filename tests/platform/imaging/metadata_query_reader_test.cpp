@@ -96,6 +96,10 @@ struct RatingCase {
     std::int64_t stars;
 };
 
+void PrintTo(const RatingCase& c, std::ostream* os) {
+    *os << c.percent << "% " << c.stars << " stars";
+}
+
 class QueryReaderRating : public QueryReader, public testing::WithParamInterface<RatingCase> {};
 
 TEST_P(QueryReaderRating, ConvertsBetweenPercentAndStars) {
