@@ -270,6 +270,13 @@ bool DecodeHdPhoto(std::span<const std::uint8_t> file, Store& store) {
         packet->copy(reinterpret_cast<Exiv2::byte*>(text.data()), Exiv2::invalidByteOrder);
         Exiv2::XmpParser::decode(store.xmp, text);
     }
+    // The container's own size tags.
+    const Exiv2::Exifdatum* width = store.FindExif(0xBC80, "Image");
+    const Exiv2::Exifdatum* height = store.FindExif(0xBC81, "Image");
+    if (width != nullptr && height != nullptr && width->count() == 1 && height->count() == 1) {
+        store.reportedSize = {static_cast<std::uint32_t>(width->toLong(0)),
+                              static_cast<std::uint32_t>(height->toLong(0))};
+    }
     return true;
 }
 
@@ -442,12 +449,13 @@ Result MetadataQueryReader::Create(std::span<const std::uint8_t> file, const Gui
             try {
                 auto image = Exiv2::ImageFactory::open(file.data(), static_cast<long>(file.size()));
                 image->readMetadata();
-                store->exif = std::move(image->exifData());
-                store->xmp = std::move(image->xmpData());
-                store->iptc = std::move(image->iptcData());
+                // The size first: the library reads a TIFF's from its EXIF entries.
                 store->reportedSize = {
                     static_cast<std::uint32_t>(std::max(0, image->pixelWidth())),
                     static_cast<std::uint32_t>(std::max(0, image->pixelHeight()))};
+                store->exif = std::move(image->exifData());
+                store->xmp = std::move(image->xmpData());
+                store->iptc = std::move(image->iptcData());
             } catch (const Exiv2::AnyError& error) {
                 // The containers this reader is asked about must parse; any other one (HEIF,
                 // JPEG XL, ... which the library reads poorly or not at all) is read from the

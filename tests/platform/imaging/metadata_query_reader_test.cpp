@@ -126,6 +126,7 @@ TEST_F(QueryReader, TiffUsesIfdRootsOnly) {
     const auto reader = Open(test::WithMetadata(test::MakeTiff(8, 8), edits), container::Tiff);
     ASSERT_TRUE(reader);
     EXPECT_TRUE(reader->TiffStructured());
+    EXPECT_EQ(reader->ReportedSize(), (PixelSize{8, 8}));
     EXPECT_EQ(Query(*reader, "/ifd/xmp/xmp:Label"), MetadataValue(std::string("Red")));
     EXPECT_EQ(Query(*reader, "/ifd/{ushort=700}/xmp:Label"), MetadataValue(std::string("Red")));
     EXPECT_EQ(Query(*reader, "/ifd/exif/{ushort=33437}"),
