@@ -17,6 +17,8 @@ packages=(
     libgphoto2-dev libsodium-dev nlohmann-json3-dev
     # tests and benchmarks
     libgtest-dev libgmock-dev googletest libbenchmark-dev
+    # an independent metadata reader the integration tests compare with
+    libimage-exiftool-perl
     # window tests under a virtual display
     xvfb xauth libgl1-mesa-dri libegl-mesa0 fonts-dejavu-core
 )
