@@ -96,3 +96,38 @@ TEST(SupportedFormats, SiblingChoice) {
 
 }  // namespace
 }  // namespace orvanta::list
+
+#include <fstream>
+
+#include "support/picture_fixtures.h"
+#include "support/temp_folder.h"
+
+namespace orvanta::list {
+namespace {
+
+void Write(const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes) {
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+TEST(SupportedFormats, CountFramesAsTheDecoderReportsThemElseOne) {
+    test::TempFolder folder;
+    Write(folder / "one.jpg", test::MakeJpeg(16, 8));
+    EXPECT_EQ(CountFrames(folder / "one.jpg"), 1u);
+    // A JPEG under a TIFF name is still read, by its content.
+    Write(folder / "named-wrong.tif", test::MakeJpeg(16, 8));
+    EXPECT_EQ(CountFrames(folder / "named-wrong.tif"), 1u);
+    std::ofstream(folder / "garbage.gif") << "GIF89a but nothing after it";
+    EXPECT_EQ(CountFrames(folder / "garbage.gif"), 1u);
+    EXPECT_EQ(CountFrames(folder / "missing.gif"), 1u);
+
+    const auto data = test::TestDataFolder();
+    if (data.empty()) {
+        GTEST_SKIP() << "no test data";
+    }
+    EXPECT_EQ(CountFrames(data / "gif-multiframe" / "cogs.gif"), 5u);
+    EXPECT_EQ(CountFrames(data / "formats" / "webp" / "Animation_Lossy.webp"), 101u);
+}
+
+}  // namespace
+}  // namespace orvanta::list
