@@ -3,46 +3,15 @@
 #include <fstream>
 
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <sys/wait.h>
 
+#include "support/cli_runner.h"
 #include "support/temp_folder.h"
 
 namespace orvanta {
 namespace {
 
-struct Run {
-    int exitCode;
-    std::string out;
-};
-
-std::string ShellQuote(const std::string& s) {
-    std::string q = "'";
-    for (char c : s) {
-        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return q + "'";
-}
-
-Run Cli(const std::filesystem::path& registry, std::vector<std::string> args) {
-    std::string command = "ORVANTA_REGISTRY=" + ShellQuote(registry.string()) + " " ORVANTA_CLI;
-    for (const auto& a : args) {
-        command += " " + ShellQuote(a);
-    }
-    command += " 2>/dev/null";
-    Run run{-1, {}};
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) {
-        return run;
-    }
-    char buffer[4096];
-    std::size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-        run.out.append(buffer, n);
-    }
-    const int status = pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+test::CliRun Cli(const std::filesystem::path& registry, std::vector<std::string> args) {
+    return test::RunCli(args, {registry, false});
 }
 
 TEST(Cli, ArgsJsonIsGolden) {

@@ -1,38 +1,17 @@
 // orvanta-cli info as a script sees it: golden JSON of a picture made here, and the exit
 // code and message of a file that cannot be read.
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <sys/wait.h>
 
+#include "support/cli_runner.h"
 #include "support/picture_fixtures.h"
 #include "support/temp_folder.h"
 
 namespace orvanta {
 namespace {
 
-struct Output {
-    int exitCode = -1;
-    std::string out;
-};
-
-Output Info(const std::vector<std::string>& args) {
-    std::string command = ORVANTA_CLI " info";
-    for (const auto& arg : args) {
-        command += " '" + arg + "'";
-    }
-    Output output;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        return output;
-    }
-    char buffer[4096];
-    std::size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-        output.out.append(buffer, n);
-    }
-    const int status = pclose(pipe);
-    output.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return output;
+test::CliRun Info(std::vector<std::string> args) {
+    args.insert(args.begin(), "info");
+    return test::RunCli(args, {{}, true});
 }
 
 TEST(InfoCommand, JsonIsGolden) {
