@@ -1,0 +1,144 @@
+#include "decode/colour_transform.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/imaging/memory_source.h"
+
+namespace orvanta::decode {
+namespace {
+
+using imaging::PixelFormat;
+
+struct Pair {
+    const char* name;
+    Profile (*source)();
+    Profile (*target)();
+    PixelFormat format;
+};
+
+// Every value of every channel meets many values of the other two.
+std::vector<std::byte> TestPicture(PixelFormat format, std::uint32_t width, std::uint32_t height) {
+    const std::uint32_t bytes = format == PixelFormat::Bgr24 ? 3 : 4;
+    std::vector<std::byte> pixels(std::size_t{width} * height * bytes);
+    for (std::uint32_t y = 0; y < height; ++y) {
+        for (std::uint32_t x = 0; x < width; ++x) {
+            std::byte* p = &pixels[(std::size_t{y} * width + x) * bytes];
+            p[0] = static_cast<std::byte>((x * 7 + y * 13) & 0xFF);
+            p[1] = static_cast<std::byte>(y & 0xFF);
+            p[2] = static_cast<std::byte>(x & 0xFF);
+            if (bytes == 4) {
+                p[3] = std::byte{255};
+            }
+        }
+    }
+    return pixels;
+}
+
+class MatrixShaperPath : public testing::TestWithParam<Pair> {};
+
+TEST_P(MatrixShaperPath, AgreesWithLcmsWithinOneLevelOnEveryPixel) {
+    const Pair pair = GetParam();
+    std::shared_ptr<const ColourTransform> transform;
+    ASSERT_EQ(ColourTransform::Create(pair.source(), pair.target(), pair.format, transform), S_OK);
+    ASSERT_TRUE(transform->MatrixShaper());
+    const std::uint32_t width = 256, height = 256;
+    std::vector<std::byte> ours = TestPicture(pair.format, width, height);
+    std::vector<std::byte> reference = ours;
+    const std::size_t rowBytes = ours.size() / height;
+    for (std::uint32_t y = 0; y < height; ++y) {
+        transform->Apply(ours.data() + y * rowBytes, width);
+        transform->ApplyWithLcms(reference.data() + y * rowBytes, width);
+    }
+    int worst = 0;
+    for (std::size_t i = 0; i < ours.size(); ++i) {
+        worst = std::max(worst, std::abs(int(ours[i]) - int(reference[i])));
+    }
+    EXPECT_LE(worst, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Profiles, MatrixShaperPath,
+    testing::Values(
+        Pair{"AdobeToSrgbBgr24", AdobeRgbProfile, SrgbProfile, PixelFormat::Bgr24},
+        Pair{"AdobeToSrgbPbgra", AdobeRgbProfile, SrgbProfile, PixelFormat::Pbgra32},
+        Pair{"ProPhotoToSrgbBgr32", ProPhotoRgbProfile, SrgbProfile, PixelFormat::Bgr32},
+        Pair{"SrgbToAdobeBgra", SrgbProfile, AdobeRgbProfile, PixelFormat::Bgra32},
+        Pair{"AdobeToProPhoto", AdobeRgbProfile, ProPhotoRgbProfile, PixelFormat::Bgr32}),
+    [](const testing::TestParamInfo<Pair>& info) { return std::string(info.param.name); });
+
+TEST(ColourTransform, AdobeToSrgbChangesSaturatedColoursAndKeepsGreys) {
+    std::shared_ptr<const ColourTransform> transform;
+    ASSERT_EQ(
+        ColourTransform::Create(AdobeRgbProfile(), SrgbProfile(), PixelFormat::Bgr24, transform),
+        S_OK);
+    // Pure Adobe green lies outside sRGB: it clips to full green with no red or blue; a mid
+    // grey stays close to itself (the two tone curves differ a little).
+    std::uint8_t pixels[6] = {0, 255, 0, 128, 128, 128};
+    transform->Apply(reinterpret_cast<std::byte*>(pixels), 2);
+    EXPECT_EQ(pixels[0], 0);
+    EXPECT_EQ(pixels[1], 255);
+    EXPECT_EQ(pixels[2], 0);
+    for (int c = 3; c < 6; ++c) {
+        EXPECT_NEAR(pixels[c], 128, 6);
+        EXPECT_EQ(pixels[c], pixels[3]);
+    }
+}
+
+TEST(ColourTransform, PremultipliedPixelsKeepAlphaAndTransparentOnesStayZero) {
+    std::shared_ptr<const ColourTransform> transform;
+    ASSERT_EQ(
+        ColourTransform::Create(AdobeRgbProfile(), SrgbProfile(), PixelFormat::Pbgra32, transform),
+        S_OK);
+    std::uint8_t pixels[8] = {0, 0, 0, 0, 0, 100, 20, 128};
+    std::uint8_t reference[8];
+    std::memcpy(reference, pixels, 8);
+    transform->Apply(reinterpret_cast<std::byte*>(pixels), 2);
+    transform->ApplyWithLcms(reinterpret_cast<std::byte*>(reference), 2);
+    EXPECT_EQ(std::vector<std::uint8_t>(pixels, pixels + 4), std::vector<std::uint8_t>(4, 0));
+    EXPECT_EQ(pixels[7], 128);
+    for (int c = 4; c < 7; ++c) {
+        EXPECT_LE(pixels[c], pixels[7]);
+        EXPECT_NEAR(pixels[c], reference[c], 2);
+    }
+}
+
+TEST(ColourTransform, RefusesFormatsItDoesNotTake) {
+    std::shared_ptr<const ColourTransform> transform;
+    EXPECT_EQ(
+        ColourTransform::Create(AdobeRgbProfile(), SrgbProfile(), PixelFormat::Rgb24, transform),
+        WINCODEC_ERR_UNSUPPORTEDPIXELFORMAT);
+    EXPECT_EQ(ColourTransform::Create(AdobeRgbProfile(), nullptr, PixelFormat::Bgr24, transform),
+              E_INVALID_PROFILE);
+    EXPECT_EQ(transform, nullptr);
+}
+
+TEST(ColourTransform, StageConvertsTheRowsItCopies) {
+    std::shared_ptr<const ColourTransform> transform;
+    ASSERT_EQ(
+        ColourTransform::Create(AdobeRgbProfile(), SrgbProfile(), PixelFormat::Bgr32, transform),
+        S_OK);
+    const std::vector<std::byte> pixels = TestPicture(PixelFormat::Bgr32, 40, 30);
+    auto stage = ColourTransformed(
+        imaging::MemorySource::Borrow({40, 30}, PixelFormat::Bgr32, 160, pixels), transform);
+    ASSERT_NE(stage, nullptr);
+    std::vector<std::byte> out(10 * 4 * 5);
+    ASSERT_EQ(stage->CopyPixels({7, 11, 10, 5}, 40, out), S_OK);
+    std::vector<std::byte> expected(10 * 4);
+    std::memcpy(expected.data(), &pixels[(11 * 40 + 7) * 4], 40);
+    transform->ApplyWithLcms(expected.data(), 10);
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_NEAR(int(out[i]), int(expected[i]), 1);
+    }
+    EXPECT_EQ(
+        ColourTransformed(imaging::MemorySource::Borrow({40, 30}, PixelFormat::Bgra32, 160, pixels),
+                          transform),
+        nullptr);
+}
+
+}  // namespace
+}  // namespace orvanta::decode
