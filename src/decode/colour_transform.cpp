@@ -310,17 +310,33 @@ public:
           transform_(std::move(transform)) {}
 
 private:
+    // The rows are pulled in pieces of about kPieceBytes and converted as soon as each
+    // piece is in, while it is still in the cache.
     Result DoCopyPixels(const imaging::PixelRect& rect, std::size_t stride,
                         std::span<std::byte> out) override {
-        const Result copied = source_->CopyPixels(rect, stride, out);
-        if (copied.Failed()) {
-            return copied;
+        constexpr std::size_t kPieceBytes = std::size_t{256} << 10;
+        const std::size_t rowBytes = RowBytes(static_cast<std::uint32_t>(rect.width));
+        const auto pieceRows =
+            static_cast<std::int32_t>(std::max<std::size_t>(1, kPieceBytes / stride));
+        Result worst = S_OK;
+        for (std::int32_t y = 0; y < rect.height; y += pieceRows) {
+            const std::int32_t rows = std::min(pieceRows, rect.height - y);
+            std::byte* const start = out.data() + static_cast<std::size_t>(y) * stride;
+            const Result copied = source_->CopyPixels(
+                {rect.x, rect.y + y, rect.width, rows}, stride,
+                {start, static_cast<std::size_t>(rows - 1) * stride + rowBytes});
+            if (copied.Failed()) {
+                return copied;
+            }
+            if (copied != S_OK) {
+                worst = copied;
+            }
+            for (std::int32_t row = 0; row < rows; ++row) {
+                transform_->Apply(start + static_cast<std::size_t>(row) * stride,
+                                  static_cast<std::uint32_t>(rect.width));
+            }
         }
-        for (std::int32_t y = 0; y < rect.height; ++y) {
-            transform_->Apply(out.data() + static_cast<std::size_t>(y) * stride,
-                              static_cast<std::uint32_t>(rect.width));
-        }
-        return copied;
+        return worst;
     }
 
     std::unique_ptr<BitmapSource> source_;

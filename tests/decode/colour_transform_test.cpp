@@ -140,5 +140,25 @@ TEST(ColourTransform, StageConvertsTheRowsItCopies) {
         nullptr);
 }
 
+// Rows wider than the stage's piece are pulled and converted one by one.
+TEST(ColourTransform, StageConvertsEveryPieceOfAWideCopy) {
+    std::shared_ptr<const ColourTransform> transform;
+    ASSERT_EQ(
+        ColourTransform::Create(AdobeRgbProfile(), SrgbProfile(), PixelFormat::Bgr24, transform),
+        S_OK);
+    const std::uint32_t width = 100000, height = 4;
+    const std::vector<std::byte> pixels = TestPicture(PixelFormat::Bgr24, width, height);
+    auto stage = ColourTransformed(
+        imaging::MemorySource::Borrow({width, height}, PixelFormat::Bgr24, width * 3, pixels),
+        transform);
+    std::vector<std::byte> out(pixels.size());
+    ASSERT_EQ(stage->CopyAll(width * 3, out), S_OK);
+    std::vector<std::byte> expected = pixels;
+    for (std::uint32_t y = 0; y < height; ++y) {
+        transform->Apply(expected.data() + std::size_t{y} * width * 3, width);
+    }
+    EXPECT_EQ(out, expected);
+}
+
 }  // namespace
 }  // namespace orvanta::decode
