@@ -17,7 +17,6 @@ namespace {
 // Entries of the table from linear light back to 8 bits: fine enough that the steep start
 // of the sRGB curve (12.92 times) still lands within half a level of the exact value.
 constexpr int kOutputSteps = 1 << 14;
-constexpr int kBlock = 16;
 
 std::uint32_t PixelBytes(PixelFormat format) {
     return format == PixelFormat::Bgr24 ? 3 : 4;
@@ -91,12 +90,15 @@ std::uint8_t Unpremultiply(std::uint32_t p, std::uint32_t a) {
 struct ColourTransform::Tables {
     std::array<std::array<float, 256>, 3> toLinear;
     std::array<float, 9> matrix;  // target linear RGB from source linear RGB, row-major
-    std::array<std::vector<std::uint8_t>, 3> fromLinear;
+    // One table per channel; the channels of the usual targets share one curve, and then
+    // one table, which keeps the lookups in the first-level cache.
+    std::array<std::shared_ptr<const std::vector<std::uint8_t>>, 3> fromLinear;
 
     static std::unique_ptr<Tables> Make(cmsHPROFILE source, cmsHPROFILE target);
     void Apply(std::uint8_t* row, std::uint32_t width, std::uint32_t pixelBytes,
                bool premultiplied) const;
     void ApplyOne(std::uint8_t* p) const;
+    void ApplyCareful(std::uint8_t* p, bool premultiplied) const;
 };
 
 std::unique_ptr<ColourTransform::Tables> ColourTransform::Tables::Make(cmsHPROFILE source,
@@ -134,13 +136,19 @@ std::unique_ptr<ColourTransform::Tables> ColourTransform::Tables::Make(cmsHPROFI
         if (!reverse) {
             return nullptr;
         }
-        auto& table = tables->fromLinear[c];
-        table.resize(kOutputSteps);
+        auto table = std::make_shared<std::vector<std::uint8_t>>(kOutputSteps);
         for (int k = 0; k < kOutputSteps; ++k) {
             const float encoded = cmsEvalToneCurveFloat(
                 reverse.get(), static_cast<float>(double(k) / (kOutputSteps - 1)));
-            table[k] =
+            (*table)[k] =
                 static_cast<std::uint8_t>(std::lround(std::clamp(encoded, 0.0f, 1.0f) * 255.0f));
+        }
+        tables->fromLinear[c] = std::move(table);
+        for (int earlier = 0; earlier < c; ++earlier) {
+            if (*tables->fromLinear[earlier] == *tables->fromLinear[c]) {
+                tables->fromLinear[c] = tables->fromLinear[earlier];
+                break;
+            }
         }
     }
     return tables;
@@ -152,7 +160,7 @@ void ColourTransform::Tables::ApplyOne(std::uint8_t* p) const {
     for (int c = 0; c < 3; ++c) {
         const float v = matrix[c * 3] * r + matrix[c * 3 + 1] * g + matrix[c * 3 + 2] * b;
         const float clamped = std::min(std::max(v, 0.0f), 1.0f);
-        *out[c] = fromLinear[c][static_cast<int>(clamped * (kOutputSteps - 1) + 0.5f)];
+        *out[c] = (*fromLinear[c])[static_cast<int>(clamped * (kOutputSteps - 1) + 0.5f)];
     }
 }
 
@@ -165,68 +173,122 @@ void ColourTransform::Tables::ApplyOne(std::uint8_t* p) const {
 
 namespace {
 
-// The matrix over one block of pixels, in lanes: linear R, G, B in, table indices out.
+// Eight pixels at a time: the tables to linear light fill the lanes straight from the
+// pixels (no trip through memory, which would stall on store forwarding), the matrix runs
+// in the lanes, and the lanes index the table back. Pixels are B, G, R, X words; X is kept.
+using Lanes = float __attribute__((vector_size(32)));
+using IntLanes = std::int32_t __attribute__((vector_size(32)));
+using PixelWord = std::uint32_t __attribute__((may_alias, aligned(1)));
+
+struct FastTables {
+    const float* toLinear[3];
+    const float* matrix;
+    const std::uint8_t* fromLinear[3];
+};
+
 ORVANTA_MATRIX_VERSIONS
-void MatrixBlock(const float* m, const float* r, const float* g, const float* b, std::int32_t* ri,
-                 std::int32_t* gi, std::int32_t* bi) {
+void ConvertWords(const FastTables& t, PixelWord* pixels, std::size_t count) {
     constexpr float kScale = kOutputSteps - 1;
-    for (int i = 0; i < kBlock; ++i) {
-        const float x = m[0] * r[i] + m[1] * g[i] + m[2] * b[i];
-        const float y = m[3] * r[i] + m[4] * g[i] + m[5] * b[i];
-        const float z = m[6] * r[i] + m[7] * g[i] + m[8] * b[i];
-        ri[i] = static_cast<std::int32_t>(std::min(std::max(x, 0.0f), 1.0f) * kScale + 0.5f);
-        gi[i] = static_cast<std::int32_t>(std::min(std::max(y, 0.0f), 1.0f) * kScale + 0.5f);
-        bi[i] = static_cast<std::int32_t>(std::min(std::max(z, 0.0f), 1.0f) * kScale + 0.5f);
+    const float* const m = t.matrix;
+    const float *const lr = t.toLinear[0], *const lg = t.toLinear[1], *const lb = t.toLinear[2];
+    const Lanes zero = {}, one = zero + 1.0f;
+    // Locals, not the struct's fields: byte stores may alias anything, and would make the
+    // compiler load the table pointers again after every store.
+    const std::uint8_t *const outR = t.fromLinear[0], *const outG = t.fromLinear[1],
+                              *const outB = t.fromLinear[2];
+    auto* const bytes = reinterpret_cast<std::uint8_t*>(pixels);
+    for (std::size_t i = 0; i + 8 <= count; i += 8) {
+        std::uint8_t* const p = bytes + 4 * i;
+#define ORVANTA_LANES(table, c)                                                            \
+    Lanes {                                                                                \
+        table[p[c]], table[p[4 + c]], table[p[8 + c]], table[p[12 + c]], table[p[16 + c]], \
+            table[p[20 + c]], table[p[24 + c]], table[p[28 + c]]                           \
     }
+        const Lanes vr = ORVANTA_LANES(lr, 2);
+        const Lanes vg = ORVANTA_LANES(lg, 1);
+        const Lanes vb = ORVANTA_LANES(lb, 0);
+#undef ORVANTA_LANES
+        IntLanes index[3];
+        for (int c = 0; c < 3; ++c) {
+            Lanes v = m[3 * c] * vr + m[3 * c + 1] * vg + m[3 * c + 2] * vb;
+            v = v < zero ? zero : v;
+            v = v > one ? one : v;
+            index[c] = __builtin_convertvector(v * kScale + 0.5f, IntLanes);
+        }
+        for (int k = 0; k < 8; ++k) {
+            p[4 * k] = outB[index[2][k]];
+            p[4 * k + 1] = outG[index[1][k]];
+            p[4 * k + 2] = outR[index[0][k]];
+        }
+    }
+}
+
+bool Opaque(const PixelWord* pixels) {
+    std::uint32_t alpha = 0xFFFFFFFFu;
+    for (int k = 0; k < 8; ++k) {
+        alpha &= pixels[k];
+    }
+    return (alpha >> 24) == 0xFF;
 }
 
 }  // namespace
 
+void ColourTransform::Tables::ApplyCareful(std::uint8_t* p, bool premultiplied) const {
+    if (!premultiplied || p[3] == 255) {
+        ApplyOne(p);
+    } else if (p[3] != 0) {
+        const std::uint32_t a = p[3];
+        for (int c = 0; c < 3; ++c) {
+            p[c] = Unpremultiply(p[c], a);
+        }
+        ApplyOne(p);
+        for (int c = 0; c < 3; ++c) {
+            p[c] = Premultiply(p[c], a);
+        }
+    }
+}
+
 void ColourTransform::Tables::Apply(std::uint8_t* row, std::uint32_t width,
                                     std::uint32_t pixelBytes, bool premultiplied) const {
-    std::uint32_t i = 0;
-    alignas(64) float r[kBlock], g[kBlock], b[kBlock];
-    alignas(64) std::int32_t ri[kBlock], gi[kBlock], bi[kBlock];
-    const std::uint8_t* const outR = fromLinear[0].data();
-    const std::uint8_t* const outG = fromLinear[1].data();
-    const std::uint8_t* const outB = fromLinear[2].data();
-    for (; i + kBlock <= width; i += kBlock) {
-        std::uint8_t* const p = row + std::size_t{i} * pixelBytes;
-        bool opaque = true;
-        for (int k = 0; k < kBlock; ++k) {
-            const std::uint8_t* q = p + k * pixelBytes;
-            b[k] = toLinear[2][q[0]];
-            g[k] = toLinear[1][q[1]];
-            r[k] = toLinear[0][q[2]];
-            if (premultiplied) {
-                opaque &= q[3] == 255;
+    const FastTables t{{toLinear[0].data(), toLinear[1].data(), toLinear[2].data()},
+                       matrix.data(),
+                       {fromLinear[0]->data(), fromLinear[1]->data(), fromLinear[2]->data()}};
+    std::size_t i = 0;
+    if (pixelBytes == 4) {
+        auto* const words = reinterpret_cast<PixelWord*>(row);
+        while (i + 8 <= width) {
+            std::size_t end = i;
+            while (end + 8 <= width && (!premultiplied || Opaque(words + end))) {
+                end += 8;
+            }
+            if (end > i) {
+                ConvertWords(t, words + i, end - i);
+                i = end;
+            } else {
+                for (const std::size_t stop = i + 8; i < stop; ++i) {
+                    ApplyCareful(row + 4 * i, premultiplied);
+                }
             }
         }
-        if (!opaque) {
-            break;  // the rest of the row takes the careful path
-        }
-        MatrixBlock(matrix.data(), r, g, b, ri, gi, bi);
-        for (int k = 0; k < kBlock; ++k) {
-            std::uint8_t* q = p + k * pixelBytes;
-            q[0] = outB[bi[k]];
-            q[1] = outG[gi[k]];
-            q[2] = outR[ri[k]];
+    } else {
+        // Three-byte pixels are widened to words a block at a time.
+        std::uint32_t words[64];
+        for (; i + 64 <= width; i += 64) {
+            std::uint8_t* const p = row + 3 * i;
+            for (int k = 0; k < 64; ++k) {
+                words[k] =
+                    p[3 * k] | std::uint32_t{p[3 * k + 1]} << 8 | std::uint32_t{p[3 * k + 2]} << 16;
+            }
+            ConvertWords(t, reinterpret_cast<PixelWord*>(words), 64);
+            for (int k = 0; k < 64; ++k) {
+                p[3 * k] = static_cast<std::uint8_t>(words[k]);
+                p[3 * k + 1] = static_cast<std::uint8_t>(words[k] >> 8);
+                p[3 * k + 2] = static_cast<std::uint8_t>(words[k] >> 16);
+            }
         }
     }
     for (; i < width; ++i) {
-        std::uint8_t* p = row + std::size_t{i} * pixelBytes;
-        if (!premultiplied || p[3] == 255) {
-            ApplyOne(p);
-        } else if (p[3] != 0) {
-            const std::uint32_t a = p[3];
-            for (int c = 0; c < 3; ++c) {
-                p[c] = Unpremultiply(p[c], a);
-            }
-            ApplyOne(p);
-            for (int c = 0; c < 3; ++c) {
-                p[c] = Premultiply(p[c], a);
-            }
-        }
+        ApplyCareful(row + std::size_t{i} * pixelBytes, premultiplied);
     }
 }
 
