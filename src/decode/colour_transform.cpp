@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -14,9 +15,30 @@ using imaging::PixelFormat;
 
 namespace {
 
-// Entries of the table from linear light back to 8 bits: fine enough that the steep start
-// of the sRGB curve (12.92 times) still lands within half a level of the exact value.
-constexpr int kOutputSteps = 1 << 14;
+// The table from linear light back to 8 bits is indexed by the bits of the linear value as
+// a float: exponent and top 8 bits of the mantissa, 256 entries per octave from 2^-24 to 1.
+// That spreads the entries as the tone curves need them (a pure gamma curve is vertical at
+// black), keeps each within a quarter of a level of the exact value, fits in the first-level
+// cache, and costs a shift where a square root or a logarithm would cost far more.
+constexpr float kLowestLinear = 1.0f / 16777216.0f;  // 2^-24; below it every curve gives 0
+constexpr int kMantissaShift = 23 - 8;
+constexpr std::int32_t kFirstCode = std::bit_cast<std::int32_t>(kLowestLinear) >> kMantissaShift;
+constexpr int kOutputSteps = (std::bit_cast<std::int32_t>(1.0f) >> kMantissaShift) - kFirstCode + 1;
+
+// The entry of a linear value already clamped to [kLowestLinear, 1].
+int OutputEntry(float linear) {
+    return (std::bit_cast<std::int32_t>(linear) >> kMantissaShift) - kFirstCode;
+}
+
+// The linear value an entry stands for: the middle of the values that fall on it.
+double EntryLinear(int entry) {
+    if (entry == kOutputSteps - 1) {
+        return 1.0;
+    }
+    const auto bits = static_cast<std::uint32_t>(entry + kFirstCode) << kMantissaShift |
+                      (1u << (kMantissaShift - 1));
+    return std::bit_cast<float>(bits);
+}
 
 std::uint32_t PixelBytes(PixelFormat format) {
     return format == PixelFormat::Bgr24 ? 3 : 4;
@@ -93,6 +115,11 @@ struct ColourTransform::Tables {
     // One table per channel; the channels of the usual targets share one curve, and then
     // one table, which keeps the lookups in the first-level cache.
     std::array<std::shared_ptr<const std::vector<std::uint8_t>>, 3> fromLinear;
+    // The matrix folded into the tables: for source channel c and value v, column c of the
+    // matrix times v in linear light, scaled to the entries of the table back, as target
+    // R, G, B and a zero lane. A pixel is then three loads and two additions in one vector.
+    using Quad = float __attribute__((vector_size(16)));
+    std::array<std::array<Quad, 256>, 3> columns;
 
     static std::unique_ptr<Tables> Make(cmsHPROFILE source, cmsHPROFILE target);
     void Apply(std::uint8_t* row, std::uint32_t width, std::uint32_t pixelBytes,
@@ -138,8 +165,8 @@ std::unique_ptr<ColourTransform::Tables> ColourTransform::Tables::Make(cmsHPROFI
         }
         auto table = std::make_shared<std::vector<std::uint8_t>>(kOutputSteps);
         for (int k = 0; k < kOutputSteps; ++k) {
-            const float encoded = cmsEvalToneCurveFloat(
-                reverse.get(), static_cast<float>(double(k) / (kOutputSteps - 1)));
+            const float encoded =
+                cmsEvalToneCurveFloat(reverse.get(), static_cast<float>(EntryLinear(k)));
             (*table)[k] =
                 static_cast<std::uint8_t>(std::lround(std::clamp(encoded, 0.0f, 1.0f) * 255.0f));
         }
@@ -151,6 +178,13 @@ std::unique_ptr<ColourTransform::Tables> ColourTransform::Tables::Make(cmsHPROFI
             }
         }
     }
+    for (int c = 0; c < 3; ++c) {
+        for (int v = 0; v < 256; ++v) {
+            const float linear = tables->toLinear[c][v];
+            tables->columns[c][v] = Quad{tables->matrix[c] * linear, tables->matrix[3 + c] * linear,
+                                         tables->matrix[6 + c] * linear, 0.0f};
+        }
+    }
     return tables;
 }
 
@@ -159,8 +193,7 @@ void ColourTransform::Tables::ApplyOne(std::uint8_t* p) const {
     std::uint8_t* const out[3] = {p + 2, p + 1, p};
     for (int c = 0; c < 3; ++c) {
         const float v = matrix[c * 3] * r + matrix[c * 3 + 1] * g + matrix[c * 3 + 2] * b;
-        const float clamped = std::min(std::max(v, 0.0f), 1.0f);
-        *out[c] = (*fromLinear[c])[static_cast<int>(clamped * (kOutputSteps - 1) + 0.5f)];
+        *out[c] = (*fromLinear[c])[OutputEntry(std::min(std::max(v, kLowestLinear), 1.0f))];
     }
 }
 
@@ -173,63 +206,58 @@ void ColourTransform::Tables::ApplyOne(std::uint8_t* p) const {
 
 namespace {
 
-// Eight pixels at a time: the tables to linear light fill the lanes straight from the
-// pixels (no trip through memory, which would stall on store forwarding), the matrix runs
-// in the lanes, and the lanes index the table back. Pixels are B, G, R, X words; X is kept.
-using Lanes = float __attribute__((vector_size(32)));
-using IntLanes = std::int32_t __attribute__((vector_size(32)));
-using PixelWord = std::uint32_t __attribute__((may_alias, aligned(1)));
+using Quad = ColourTransform::Tables::Quad;
+using IntQuad = std::int32_t __attribute__((vector_size(16)));
 
-struct FastTables {
-    const float* toLinear[3];
-    const float* matrix;
-    const std::uint8_t* fromLinear[3];
-};
+// Pixels through the folded tables, one vector per pixel.
+#define ORVANTA_FOLDED_PIXEL(b, g, r) \
+    Quad v = cr[r] + cg[g] + cb[b];   \
+    v = v < lowest ? lowest : v;      \
+    v = v > one ? one : v;            \
+    const IntQuad index = (std::bit_cast<IntQuad>(v) >> kMantissaShift) - kFirstCode;
 
+#define ORVANTA_FOLDED_TABLES(t)                                     \
+    const Quad* const cr = t.columns[0].data();                      \
+    const Quad* const cg = t.columns[1].data();                      \
+    const Quad* const cb = t.columns[2].data();                      \
+    const std::uint8_t *const outR = t.fromLinear[0]->data(),        \
+                              *const outG = t.fromLinear[1]->data(), \
+                              *const outB = t.fromLinear[2]->data(); \
+    const Quad lowest = Quad{} + kLowestLinear, one = Quad{} + 1.0f;
+
+// Three-byte pixels. The table pointers are locals, not the tables' fields: byte stores may
+// alias anything and would make the compiler load the fields again after every store.
 ORVANTA_MATRIX_VERSIONS
-void ConvertWords(const FastTables& t, PixelWord* pixels, std::size_t count) {
-    constexpr float kScale = kOutputSteps - 1;
-    const float* const m = t.matrix;
-    const float *const lr = t.toLinear[0], *const lg = t.toLinear[1], *const lb = t.toLinear[2];
-    const Lanes zero = {}, one = zero + 1.0f;
-    // Locals, not the struct's fields: byte stores may alias anything, and would make the
-    // compiler load the table pointers again after every store.
-    const std::uint8_t *const outR = t.fromLinear[0], *const outG = t.fromLinear[1],
-                              *const outB = t.fromLinear[2];
-    auto* const bytes = reinterpret_cast<std::uint8_t*>(pixels);
-    for (std::size_t i = 0; i + 8 <= count; i += 8) {
-        std::uint8_t* const p = bytes + 4 * i;
-#define ORVANTA_LANES(table, c)                                                            \
-    Lanes {                                                                                \
-        table[p[c]], table[p[4 + c]], table[p[8 + c]], table[p[12 + c]], table[p[16 + c]], \
-            table[p[20 + c]], table[p[24 + c]], table[p[28 + c]]                           \
-    }
-        const Lanes vr = ORVANTA_LANES(lr, 2);
-        const Lanes vg = ORVANTA_LANES(lg, 1);
-        const Lanes vb = ORVANTA_LANES(lb, 0);
-#undef ORVANTA_LANES
-        IntLanes index[3];
-        for (int c = 0; c < 3; ++c) {
-            Lanes v = m[3 * c] * vr + m[3 * c + 1] * vg + m[3 * c + 2] * vb;
-            v = v < zero ? zero : v;
-            v = v > one ? one : v;
-            index[c] = __builtin_convertvector(v * kScale + 0.5f, IntLanes);
-        }
-        for (int k = 0; k < 8; ++k) {
-            p[4 * k] = outB[index[2][k]];
-            p[4 * k + 1] = outG[index[1][k]];
-            p[4 * k + 2] = outR[index[0][k]];
-        }
+void ConvertFolded3(const ColourTransform::Tables& t, std::uint8_t* p, std::size_t count) {
+    ORVANTA_FOLDED_TABLES(t)
+    for (std::size_t i = 0; i < count; ++i, p += 3) {
+        ORVANTA_FOLDED_PIXEL(p[0], p[1], p[2])
+        p[0] = outB[index[2]];
+        p[1] = outG[index[1]];
+        p[2] = outR[index[0]];
     }
 }
 
-bool Opaque(const PixelWord* pixels) {
-    std::uint32_t alpha = 0xFFFFFFFFu;
-    for (int k = 0; k < 8; ++k) {
-        alpha &= pixels[k];
+// Four-byte pixels, the fourth byte kept. With `stopAtAlpha` it stops at the first pixel
+// that is not opaque and returns how many it converted.
+ORVANTA_MATRIX_VERSIONS
+std::size_t ConvertFolded4(const ColourTransform::Tables& t, std::uint8_t* p, std::size_t count,
+                           bool stopAtAlpha) {
+    ORVANTA_FOLDED_TABLES(t)
+    for (std::size_t i = 0; i < count; ++i, p += 4) {
+        if (stopAtAlpha && p[3] != 0xFF) {
+            return i;
+        }
+        ORVANTA_FOLDED_PIXEL(p[0], p[1], p[2])
+        p[0] = outB[index[2]];
+        p[1] = outG[index[1]];
+        p[2] = outR[index[0]];
     }
-    return (alpha >> 24) == 0xFF;
+    return count;
 }
+
+#undef ORVANTA_FOLDED_PIXEL
+#undef ORVANTA_FOLDED_TABLES
 
 }  // namespace
 
@@ -250,45 +278,18 @@ void ColourTransform::Tables::ApplyCareful(std::uint8_t* p, bool premultiplied) 
 
 void ColourTransform::Tables::Apply(std::uint8_t* row, std::uint32_t width,
                                     std::uint32_t pixelBytes, bool premultiplied) const {
-    const FastTables t{{toLinear[0].data(), toLinear[1].data(), toLinear[2].data()},
-                       matrix.data(),
-                       {fromLinear[0]->data(), fromLinear[1]->data(), fromLinear[2]->data()}};
-    std::size_t i = 0;
-    if (pixelBytes == 4) {
-        auto* const words = reinterpret_cast<PixelWord*>(row);
-        while (i + 8 <= width) {
-            std::size_t end = i;
-            while (end + 8 <= width && (!premultiplied || Opaque(words + end))) {
-                end += 8;
-            }
-            if (end > i) {
-                ConvertWords(t, words + i, end - i);
-                i = end;
-            } else {
-                for (const std::size_t stop = i + 8; i < stop; ++i) {
-                    ApplyCareful(row + 4 * i, premultiplied);
-                }
-            }
-        }
-    } else {
-        // Three-byte pixels are widened to words a block at a time.
-        std::uint32_t words[64];
-        for (; i + 64 <= width; i += 64) {
-            std::uint8_t* const p = row + 3 * i;
-            for (int k = 0; k < 64; ++k) {
-                words[k] =
-                    p[3 * k] | std::uint32_t{p[3 * k + 1]} << 8 | std::uint32_t{p[3 * k + 2]} << 16;
-            }
-            ConvertWords(t, reinterpret_cast<PixelWord*>(words), 64);
-            for (int k = 0; k < 64; ++k) {
-                p[3 * k] = static_cast<std::uint8_t>(words[k]);
-                p[3 * k + 1] = static_cast<std::uint8_t>(words[k] >> 8);
-                p[3 * k + 2] = static_cast<std::uint8_t>(words[k] >> 16);
-            }
-        }
+    if (pixelBytes == 3) {
+        ConvertFolded3(*this, row, width);
+        return;
     }
-    for (; i < width; ++i) {
-        ApplyCareful(row + std::size_t{i} * pixelBytes, premultiplied);
+    // Premultiplied colour: a pixel that is not opaque is unpremultiplied around the
+    // conversion; runs of opaque ones go the fast way.
+    for (std::size_t i = 0; i < width;) {
+        i += ConvertFolded4(*this, row + 4 * i, width - i, premultiplied);
+        if (i < width) {
+            ApplyCareful(row + 4 * i, premultiplied);
+            ++i;
+        }
     }
 }
 
