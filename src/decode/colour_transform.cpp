@@ -207,14 +207,24 @@ void ColourTransform::Tables::ApplyOne(std::uint8_t* p) const {
 namespace {
 
 using Quad = ColourTransform::Tables::Quad;
-using IntQuad = std::int32_t __attribute__((vector_size(16)));
+using IndexQuad = std::uint32_t __attribute__((vector_size(16)));
+
+// Clamps every lane to [low, high] (single instructions where the processor has them; the
+// lanes are never NaN).
+inline Quad Clamp(Quad v, Quad low, Quad high) {
+#if defined(__SSE__)
+    return __builtin_ia32_minps(__builtin_ia32_maxps(v, low), high);
+#else
+    v = v < low ? low : v;
+    return v > high ? high : v;
+#endif
+}
 
 // Pixels through the folded tables, one vector per pixel.
 #define ORVANTA_FOLDED_PIXEL(b, g, r) \
     Quad v = cr[r] + cg[g] + cb[b];   \
-    v = v < lowest ? lowest : v;      \
-    v = v > one ? one : v;            \
-    const IntQuad index = (std::bit_cast<IntQuad>(v) >> kMantissaShift) - kFirstCode;
+    v = Clamp(v, lowest, one);        \
+    const IndexQuad index = (std::bit_cast<IndexQuad>(v) >> kMantissaShift) - kFirstCode;
 
 #define ORVANTA_FOLDED_TABLES(t)                                     \
     const Quad* const cr = t.columns[0].data();                      \
