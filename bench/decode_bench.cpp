@@ -14,6 +14,7 @@
 #include <spng.h>
 #include <turbojpeg.h>
 
+#include "bench_pictures.h"
 #include "platform/imaging/codecs/codecs.h"
 #include "platform/imaging/format_converter.h"
 #include "platform/imaging/pixel_buffer.h"
@@ -21,44 +22,14 @@
 
 using namespace orvanta;
 using namespace orvanta::imaging;
+using orvanta::bench::EncodeJpeg;
+using orvanta::bench::MakePicture;
 using Clock = std::chrono::steady_clock;
 
 namespace {
 
 int runs = 7;
 int failures = 0;
-
-// Photo-like content: smooth light, texture noise and hard edges, so that the codecs see
-// the entropy of a real picture rather than a flat field.
-std::vector<std::uint8_t> MakePicture(int width, int height) {
-    std::vector<std::uint8_t> rgb(static_cast<std::size_t>(width) * height * 3);
-    std::mt19937 random(7);
-    std::uniform_int_distribution<int> noise(-12, 12);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            const double fx = double(x) / width, fy = double(y) / height;
-            const double light = 120 + 80 * std::sin(fx * 5.1 + fy * 2.3) * std::cos(fy * 3.7);
-            const bool block = ((x / 379) + (y / 251)) % 5 == 0;
-            std::uint8_t* p = &rgb[(static_cast<std::size_t>(y) * width + x) * 3];
-            for (int c = 0; c < 3; ++c) {
-                const double v = light + (block ? 60 - 40 * c : 20 * c) + noise(random);
-                p[c] = static_cast<std::uint8_t>(std::clamp(v, 0.0, 255.0));
-            }
-        }
-    }
-    return rgb;
-}
-
-std::vector<std::uint8_t> EncodeJpeg(const std::vector<std::uint8_t>& rgb, int w, int h) {
-    tjhandle tj = tjInitCompress();
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    tjCompress2(tj, rgb.data(), w, 0, h, TJPF_RGB, &out, &size, TJSAMP_420, 90, 0);
-    std::vector<std::uint8_t> jpeg(out, out + size);
-    tjFree(out);
-    tjDestroy(tj);
-    return jpeg;
-}
 
 std::vector<std::uint8_t> EncodePng(const std::vector<std::uint8_t>& rgb, int w, int h) {
     spng_ctx* ctx = spng_ctx_new(SPNG_CTX_ENCODER);

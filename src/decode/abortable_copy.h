@@ -1,0 +1,64 @@
+// The abortable banded copy: the last stage of the decode pipeline. It forwards size and
+// format of the source it wraps and copies its pixels in horizontal bands, asking a progress
+// callback between bands whether to go on, so that a decode the user has moved away from
+// stops within one band. Each band is counted into the picture's histogram right after it
+// is copied, while its rows are still in the cache: the histogram costs no second pass.
+//
+// Without a callback a copy is one call to the wrapped source. With one, the callback hears
+// 0 before the first band, the percentage of rows done after each band and 100 at the end;
+// a failing answer (E_ABORT) ends the copy with that code.
+//
+// Thread rules: as every source, one thread at a time; the abort flag that AbortCallback()
+// watches may be set from any thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "decode/histogram.h"
+#include "platform/imaging/bitmap_source.h"
+
+namespace orvanta::decode {
+
+// Told the percentage done (0..100); S_OK to go on, a failure code to stop with it.
+using ProgressCallback = std::function<Result(std::uint32_t percent)>;
+
+// E_ABORT once `abortFlag` is set, S_OK before. The flag must outlive the callback.
+ProgressCallback AbortCallback(const std::atomic<bool>& abortFlag);
+
+// Rows per band for a copy of `height` rows: the height, halved while above the larger of
+// height / 16 and 512, then rounded up to a multiple of 128. The last band takes the rest.
+std::uint32_t BandRows(std::uint32_t height);
+
+class AbortableSource final : public imaging::BitmapSource {
+public:
+    // nullptr for a null source.
+    static std::unique_ptr<AbortableSource> Create(std::unique_ptr<imaging::BitmapSource> source);
+
+    void SetCallback(ProgressCallback callback) { callback_ = std::move(callback); }
+
+    std::span<const std::uint32_t> Palette() const override { return source_->Palette(); }
+
+    // True when this source's format is one whose pixels are counted.
+    bool Counts() const { return IsCountedFormat(Format()); }
+    // The counts of every pixel copied so far, with the maxima taken and bins 0 and 255
+    // clamped. A picture copied once, whole, gives its histogram.
+    HistogramBlock Histogram() const;
+
+private:
+    explicit AbortableSource(std::unique_ptr<imaging::BitmapSource> source);
+
+    Result DoCopyPixels(const imaging::PixelRect& rect, std::size_t stride,
+                        std::span<std::byte> out) override;
+    // Copies rows [first, first + rows) of `rect` into their place in `out` and counts them.
+    Result CopyBand(const imaging::PixelRect& rect, std::int32_t first, std::int32_t rows,
+                    std::size_t stride, std::span<std::byte> out);
+
+    std::unique_ptr<imaging::BitmapSource> source_;
+    ProgressCallback callback_;
+    HistogramBlock counts_;  // raw counts, not yet clamped
+};
+
+}  // namespace orvanta::decode

@@ -1,0 +1,41 @@
+// Counting the RGB histogram of a decoded picture while its pixels are copied: the band
+// just copied is counted while it is still in the cache, its counts are added to the
+// picture's block, and when the last band is in, each channel's maximum over bins 1..254 is
+// taken and bins 0 and 255 are clamped to it, so that a large block of pure black or pure
+// white does not flatten the curves. Only three decoded formats are counted (Bgr32,
+// Pbgra32 and Rgb48; B, G, R order, the fourth byte ignored); others leave the block zero.
+//
+// The counting loop exists in versions for several processor generations; the loader picks
+// one once, when the program starts, from the processor's capabilities, and all of them give
+// the same counts. Pure functions over caller-owned memory; thread-safe.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "metadata/picture_metadata.h"
+#include "platform/imaging/pixel_format.h"
+
+namespace orvanta::decode {
+
+using metadata::HistogramBlock;
+static_assert(sizeof(HistogramBlock) == 3084, "the histogram block is 3084 bytes");
+
+// True for the formats whose pixels are counted.
+bool IsCountedFormat(imaging::PixelFormat format);
+
+// Adds the counts of `height` rows of `width` pixels, `stride` bytes apart, to `block`.
+// Does nothing for a format that is not counted. The rows must hold height - 1 strides
+// plus one row.
+void CountRows(imaging::PixelFormat format, const std::byte* rows, std::size_t stride,
+               std::uint32_t width, std::uint32_t height, HistogramBlock& block);
+
+// Takes each channel's maximum over bins 1..254 and clamps bins 0 and 255 to it.
+void FinishHistogram(HistogramBlock& block);
+
+// The counting version this processor runs: "x86-64-v4", "-v3", "-v2" or "baseline".
+std::string_view CountingVersion();
+
+}  // namespace orvanta::decode
