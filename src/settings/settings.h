@@ -86,7 +86,8 @@ private:
     std::string value_;
 };
 
-// The target colour profile: a full path, "<Automatic>", or empty (the monitor's profile).
+// The target colour profile: a full path, "<Automatic>" (the monitor's profile), or empty
+// (no custom target).
 // Fed by OverrideTargetProfile with CustomTargetColorProfile, or by the colour-profile
 // switch for one session.
 extern TextSetting TargetProfile;
