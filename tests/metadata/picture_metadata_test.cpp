@@ -7,6 +7,7 @@
 
 #include "metadata/metadata_values.h"
 #include "metadata/sidecar_marks.h"
+#include "platform/imaging/codecs/codecs.h"
 #include "platform/imaging/metadata_query_reader.h"
 #include "settings/settings.h"
 #include "support/picture_fixtures.h"
@@ -301,6 +302,37 @@ TEST_F(ReadMetadata, DamagedFileGivesAFailureCode) {
         const test::Bytes noise(64, 0xA5);
         EXPECT_TRUE(Read(noise, container, r).Failed()) << container.ToString();
     }
+}
+
+// One damaged segment must not cost a picture its shooting data: a JPEG whose ICC
+// segment is garbage still gives its EXIF values through the blocks its decoder found.
+TEST_F(ReadMetadata, GarbageIccSegmentKeepsTheExifValues) {
+    test::Bytes jpeg = test::WithMetadata(
+        test::MakeJpeg(64, 48),
+        {{{"Exif.Photo.DateTimeOriginal", "2021:06:01 12:30:00"}, {"Exif.Image.Model", "Cam"}},
+         {},
+         {},
+         {}});
+    const std::string id = "ICC_PROFILE";
+    test::Bytes segment = {0xFF, 0xE2, 0, 0};
+    segment.insert(segment.end(), id.begin(), id.end());
+    segment.insert(segment.end(), {0, 1, 1});
+    segment.insert(segment.end(), 200, 0x11);
+    segment[2] = static_cast<std::uint8_t>((segment.size() - 2) >> 8);
+    segment[3] = static_cast<std::uint8_t>(segment.size() - 2);
+    jpeg.insert(jpeg.begin() + 2, segment.begin(), segment.end());
+
+    std::unique_ptr<imaging::Decoder> decoder;
+    ASSERT_EQ(imaging::codecs::JpegDecoderInfo().create(
+                  imaging::FileBytes::FromMemory(jpeg, "/pictures/IMG_2.jpg"), decoder),
+              S_OK);
+    std::unique_ptr<imaging::BitmapFrame> frame;
+    ASSERT_EQ(decoder->GetFrame(0, frame), S_OK);
+    PictureMetadata record;
+    EXPECT_TRUE(
+        ReadPictureMetadata("/pictures/IMG_2.jpg", &record, frame.get(), decoder.get(), 0, "")
+            .Succeeded());
+    EXPECT_TRUE(record.validFields & ValidField::kDateTaken);
 }
 
 }  // namespace

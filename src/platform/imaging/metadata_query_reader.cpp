@@ -457,16 +457,15 @@ Result MetadataQueryReader::Create(std::span<const std::uint8_t> file, const Gui
                 store->xmp = std::move(image->xmpData());
                 store->iptc = std::move(image->iptcData());
             } catch (const Exiv2::AnyError& error) {
-                // The containers this reader is asked about must parse; any other one (HEIF,
-                // JPEG XL, ... which the library reads poorly or not at all) is read from the
-                // frame's blocks instead.
-                if (IsMetadataBearing(container)) {
+                // Containers the library does not read (HEIF, JPEG XL, ...) and files it
+                // stumbles over (a garbage ICC segment in an otherwise good JPEG) are read
+                // from the blocks the decoder found itself, so one damaged segment does not
+                // cost the picture its date, exposure and marks.
+                if (IsMetadataBearing(container) && blocks.exif.empty() && blocks.xmp.empty()) {
                     if (!IsUnknownFormat(error)) {
                         throw;
                     }
-                    if (blocks.exif.empty() && blocks.xmp.empty()) {
-                        return WINCODEC_ERR_UNKNOWNIMAGEFORMAT;
-                    }
+                    return WINCODEC_ERR_UNKNOWNIMAGEFORMAT;
                 }
                 *store = Store{};
                 store->tiffStructured = IsTiffStructured(container);
