@@ -265,7 +265,7 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
         }
         if (overflow) {
             // The kernel dropped events: whatever is on disk and not in the list yet is fed.
-            Walk(folder_, true);
+            FeedMissing();
         }
     }
     watching_ = false;

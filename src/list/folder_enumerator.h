@@ -56,6 +56,10 @@ public:
     // Stops the scan and the watch and waits for both; optionally empties the feed queue.
     void Stop(bool emptyQueue);
 
+    // Walks the folder again and feeds the files isListed() does not know: what the watcher
+    // does when the kernel's event queue overflowed and events were lost.
+    void FeedMissing() { Walk(folder_, true); }
+
     bool ScanFinished() const { return scanFinished_.IsSet(); }
     bool WaitScanFinished(std::chrono::milliseconds timeout) const {
         return scanFinished_.WaitFor(timeout);
