@@ -29,6 +29,22 @@ void FeedQueue::Push(FileFeedRecord record) {
     available_.release();
 }
 
+void FeedQueue::Push(std::vector<FileFeedRecord>& records) {
+    if (records.empty()) {
+        return;
+    }
+    const auto count = static_cast<std::ptrdiff_t>(records.size());
+    {
+        std::scoped_lock lock(mutex_);
+        for (auto& record : records) {
+            records_.push_back(std::move(record));
+        }
+        pushed_ += records.size();
+    }
+    records.clear();
+    available_.release(count);
+}
+
 std::optional<FileFeedRecord> FeedQueue::Pop(std::chrono::milliseconds timeout) {
     if (!available_.try_acquire_for(timeout)) {
         return std::nullopt;

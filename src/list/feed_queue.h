@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <semaphore>
+#include <vector>
 
 #include "platform/imaging/file_time.h"
 
@@ -30,6 +31,9 @@ struct FileFeedRecord {
 class FeedQueue {
 public:
     void Push(FileFeedRecord record);
+    // Several records with one lock and one count: a scan hands over a folder's files in
+    // batches, so the feeder is not woken once per file.
+    void Push(std::vector<FileFeedRecord>& records);
     // The oldest record, or none when nothing arrived within `timeout`.
     std::optional<FileFeedRecord> Pop(std::chrono::milliseconds timeout);
     void Clear();

@@ -21,6 +21,7 @@ namespace {
 constexpr std::uint32_t kFileMask = IN_CLOSE_WRITE | IN_MOVED_TO;
 // The watcher wakes this often to see the stop flag.
 constexpr int kPollMilliseconds = 100;
+constexpr std::size_t kBatch = 64;
 
 bool IsDots(const char* name) {
     return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
@@ -140,16 +141,28 @@ void FolderEnumerator::AddWatch(const std::filesystem::path& folder) {
     }
 }
 
-void FolderEnumerator::Feed(std::filesystem::path path) {
+void FolderEnumerator::Feed(std::filesystem::path path, std::vector<FileFeedRecord>& batch) {
     FileFeedRecord record;
     record.path = std::move(path);
     if (options_.readTimes) {
         ReadFileTimes(record);
     }
-    queue_.Push(std::move(record));
+    batch.push_back(std::move(record));
+    // Small enough that the first pictures show at once, large enough that the feeder is
+    // woken rarely.
+    if (batch.size() >= kBatch) {
+        queue_.Push(batch);
+    }
 }
 
 void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnly) {
+    std::vector<FileFeedRecord> batch;
+    Walk(folder, missingOnly, batch);
+    queue_.Push(batch);
+}
+
+void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnly,
+                            std::vector<FileFeedRecord>& batch) {
     const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         return;  // access denied is skipped silently; other failures end this folder too
@@ -186,7 +199,9 @@ void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnl
         }
         if (type == DT_DIR) {
             if (options_.subFolders) {
-                Walk(folder / entry->d_name, missingOnly);
+                // What was found before the sub-folder goes first.
+                queue_.Push(batch);
+                Walk(folder / entry->d_name, missingOnly, batch);
             }
             continue;
         }
@@ -200,7 +215,7 @@ void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnl
         if (missingOnly && options_.isListed && options_.isListed(path)) {
             continue;
         }
-        Feed(std::move(path));
+        Feed(std::move(path), batch);
     }
 }
 

@@ -16,6 +16,7 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 #include "list/feed_queue.h"
 #include "platform/result.h"
@@ -71,10 +72,12 @@ private:
     // Walks `folder` depth first, pushing matching files; `missingOnly` pushes only files
     // isListed() does not know. Adds a watch on every directory entered when watching.
     void Walk(const std::filesystem::path& folder, bool missingOnly);
+    void Walk(const std::filesystem::path& folder, bool missingOnly,
+              std::vector<FileFeedRecord>& batch);
     void Scan();
     void WatchLoop(std::stop_token stop);
     void AddWatch(const std::filesystem::path& folder);
-    void Feed(std::filesystem::path path);
+    void Feed(std::filesystem::path path, std::vector<FileFeedRecord>& batch);
 
     FeedQueue& queue_;
     std::filesystem::path folder_;

@@ -6,6 +6,7 @@
 #include "list/capture_modes.h"
 #include "list/supported_formats.h"
 #include "metadata/date_taken.h"
+#include "platform/text/unicode.h"
 #include "settings/settings.h"
 
 namespace orvanta::list {
@@ -14,16 +15,6 @@ namespace {
 
 // A running decode asked to stop gets this long to do so.
 constexpr std::chrono::milliseconds kDecodeStopWait{60'000};
-
-std::string LowerAscii(std::string_view text) {
-    std::string out(text);
-    for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') {
-            c = static_cast<char>(c - 'A' + 'a');
-        }
-    }
-    return out;
-}
 
 // Two frame entries of one multi-frame file.
 bool SameFile(const PictureEntry& a, const PictureEntry& b) {
@@ -55,7 +46,7 @@ bool PictureList::AddFile(const std::filesystem::path& path,
         !IsSupported(patterns_, dotExtension, multiFrame_, &mayHoldFrames)) {
         return false;
     }
-    const std::string extension = LowerAscii(std::string_view(dotExtension).substr(1));
+    const std::string extension = text::LowerAscii(std::string_view(dotExtension).substr(1));
     const std::string base = full.substr(0, full.size() - dotExtension.size());
 
     // Frames are counted first: a multi-frame file always lists its frames, a single-frame
@@ -103,8 +94,9 @@ bool PictureList::AddFile(const std::filesystem::path& path,
         }
         return joined == Joined::Taken;
     };
-    Joined joined;
-    {
+    Joined joined = Joined::No;
+    // In name order nothing is read from the file, so one pass under the lock does it all.
+    if (sortMode_ != 0) {
         std::scoped_lock lock(mutex_);
         joined = join();
     }
@@ -133,6 +125,8 @@ bool PictureList::AddFile(const std::filesystem::path& path,
         std::unique_lock lock(mutex_);
         // Another thread may have listed the base path while the file was read.
         joined = join();
+        // New nodes of one base path go after the ones already there.
+        auto hint = names_.upper_bound(base);
         if (joined != Joined::No) {
             lock.unlock();
             return finish(joined);
@@ -142,7 +136,7 @@ bool PictureList::AddFile(const std::filesystem::path& path,
         for (std::uint32_t frame = 0; frame < frames; ++frame) {
             auto entry = std::make_unique<PictureEntry>();
             PictureEntry* raw = entry.get();
-            raw->nameLink = names_.emplace(base, raw);
+            raw->nameLink = names_.emplace_hint(hint, base, raw);
             raw->sortTime = sortTime;
             raw->frameIndex = static_cast<std::uint16_t>(frames > 1 ? frame : 0);
             raw->frameCount = static_cast<std::uint16_t>(frames);

@@ -8,6 +8,7 @@
 #include "platform/imaging/metadata_query_reader.h"
 #include "platform/shell/network_path.h"
 #include "platform/sync/thread_priority.h"
+#include "platform/text/unicode.h"
 #include "settings/settings.h"
 #include "settings/settings_io.h"
 
@@ -69,10 +70,7 @@ bool PictureList::OpenFolder(const std::filesystem::path& folder,
         if (dotExtension.empty()) {
             return false;
         }
-        std::string extension = dotExtension.substr(1);
-        for (char& c : extension) {
-            c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-        }
+        const std::string extension = text::LowerAscii(dotExtension.substr(1));
         std::scoped_lock lock(mutex_);
         const auto range = names_.equal_range(full.substr(0, full.size() - dotExtension.size()));
         for (auto it = range.first; it != range.second; ++it) {
