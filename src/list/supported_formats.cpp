@@ -54,16 +54,6 @@ constexpr std::array<std::string_view, 24> kSiblingPreference = {
 constexpr std::array<std::string_view, 13> kQuickFormats = {
     "jpg", "png", "gif", "jpeg", "jpe", "jfif", "exif", "bmp", "dib", "rle", "ico", "cur", "tga"};
 
-std::string Lower(std::string_view text) {
-    std::string out(text);
-    for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') {
-            c = static_cast<char>(c - 'A' + 'a');
-        }
-    }
-    return out;
-}
-
 // True when `item` is one whole ";"-separated item of `list`.
 bool HasItem(std::string_view list, std::string_view item) {
     for (std::size_t at = list.find(item); at != std::string_view::npos;
@@ -77,7 +67,7 @@ bool HasItem(std::string_view list, std::string_view item) {
 }
 
 void MergeExtensions(const imaging::DecoderInfo& info, std::string& result) {
-    std::string extensions = Lower(info.extensions);
+    std::string extensions = text::LowerAscii(info.extensions);
     if (info.container == container::Wmp && extensions.find(".hdp") == std::string::npos) {
         extensions += ";.hdp";
     }
@@ -140,16 +130,16 @@ bool IsSupported(std::string_view patterns, std::string_view extension, bool mul
         return false;
     }
     std::string pattern = "*";
-    pattern += Lower(extension);
+    pattern += text::LowerAscii(extension);
     const bool supported = HasItem(patterns, pattern);
     if (supported && multiFrameSupport && mayHoldFrames != nullptr) {
-        *mayHoldFrames = HasItem(kMultiFrameCandidates, Lower(extension));
+        *mayHoldFrames = HasItem(kMultiFrameCandidates, text::LowerAscii(extension));
     }
     return supported;
 }
 
 bool LookUpContainer(const std::filesystem::path& fileName, ContainerChoice& choice) {
-    const std::string extension = Lower(fileName.extension().string());
+    const std::string extension = text::LowerAscii(fileName.extension().string());
     if (extension.size() < 2) {
         return false;
     }
@@ -186,7 +176,7 @@ std::uint32_t CountFrames(const std::filesystem::path& fileName) {
 }
 
 SiblingChoice ChooseSibling(std::string_view extensionSet) {
-    const std::string set = Lower(extensionSet);
+    const std::string set = text::LowerAscii(extensionSet);
     for (std::string_view name : kSiblingPreference) {
         if (set.find(name) != std::string::npos) {
             return {std::string(name), name == "dng"};
@@ -196,7 +186,7 @@ SiblingChoice ChooseSibling(std::string_view extensionSet) {
 }
 
 bool IsQuickFormat(std::string_view extensionWithoutDot) {
-    const std::string wanted = Lower(extensionWithoutDot);
+    const std::string wanted = text::LowerAscii(extensionWithoutDot);
     return std::find(kQuickFormats.begin(), kQuickFormats.end(), wanted) != kQuickFormats.end();
 }
 

@@ -55,6 +55,10 @@ Bytes MakeJpeg(int width, int height) {
 }
 
 Bytes MakeTiff(int width, int height) {
+    return MakeMultiPageTiff(1, width, height);
+}
+
+Bytes MakeMultiPageTiff(int pages, int width, int height) {
     const Bytes pixels = Gradient(width, height);
     TempFolder folder;
     const auto path = folder / "fixture.tif";
@@ -63,17 +67,20 @@ Bytes MakeTiff(int width, int height) {
         ADD_FAILURE() << "libtiff could not make the fixture";
         return {};
     }
-    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
-    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 3);
-    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
-    TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, height);
-    for (int y = 0; y < height; ++y) {
-        TIFFWriteScanline(
-            tiff, const_cast<std::uint8_t*>(&pixels[static_cast<std::size_t>(y) * width * 3]), y,
-            0);
+    for (int page = 0; page < pages; ++page) {
+        TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
+        TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
+        TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 3);
+        TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
+        TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+        TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+        TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, height);
+        for (int y = 0; y < height; ++y) {
+            TIFFWriteScanline(
+                tiff, const_cast<std::uint8_t*>(&pixels[static_cast<std::size_t>(y) * width * 3]),
+                y, 0);
+        }
+        TIFFWriteDirectory(tiff);
     }
     TIFFClose(tiff);
     return ReadFile(path);

@@ -25,6 +25,8 @@ struct MetadataEdits {
 
 Bytes MakeJpeg(int width, int height);
 Bytes MakeTiff(int width, int height);
+// A TIFF of `pages` pages (directories) of the same picture.
+Bytes MakeMultiPageTiff(int pages, int width, int height);
 Bytes MakePng(int width, int height);
 
 // The file with the edits written by exiv2; fails the calling test on an exiv2 error.

@@ -176,4 +176,14 @@ bool EqualsNoCase(std::string_view a, std::string_view b) {
     return i == a.size() && j == b.size();
 }
 
+std::string LowerAscii(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'A' && c <= 'Z') {
+            c = static_cast<char>(c - 'A' + 'a');
+        }
+    }
+    return out;
+}
+
 }  // namespace orvanta::text

@@ -24,4 +24,7 @@ char32_t FoldCase(char32_t c);
 std::string FoldCase(std::string_view utf8);
 bool EqualsNoCase(std::string_view a, std::string_view b);
 
+// A-Z to a-z, every other byte unchanged: for extensions and other ASCII names.
+std::string LowerAscii(std::string_view text);
+
 }  // namespace orvanta::text

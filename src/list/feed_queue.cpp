@@ -1,0 +1,102 @@
+#include "list/feed_queue.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace orvanta::list {
+
+namespace {
+
+// Seconds between 1601-01-01 and 1970-01-01.
+constexpr std::uint64_t kEpochDifference = 11644473600ull;
+
+imaging::FileTime FromTimestamp(const struct statx_timestamp& t) {
+    if (t.tv_sec < -static_cast<std::int64_t>(kEpochDifference)) {
+        return {};
+    }
+    return {(static_cast<std::uint64_t>(t.tv_sec) + kEpochDifference) * imaging::kTicksPerSecond +
+            t.tv_nsec / 100};
+}
+
+}  // namespace
+
+void FeedQueue::Push(FileFeedRecord record) {
+    {
+        std::scoped_lock lock(mutex_);
+        records_.push_back(std::move(record));
+        ++pushed_;
+    }
+    available_.release();
+}
+
+void FeedQueue::Push(std::vector<FileFeedRecord>& records) {
+    if (records.empty()) {
+        return;
+    }
+    const auto count = static_cast<std::ptrdiff_t>(records.size());
+    {
+        std::scoped_lock lock(mutex_);
+        for (auto& record : records) {
+            records_.push_back(std::move(record));
+        }
+        pushed_ += records.size();
+    }
+    records.clear();
+    available_.release(count);
+}
+
+std::optional<FileFeedRecord> FeedQueue::Pop(std::chrono::milliseconds timeout) {
+    if (!available_.try_acquire_for(timeout)) {
+        return std::nullopt;
+    }
+    std::scoped_lock lock(mutex_);
+    // Clear() may have emptied the queue after the count was taken.
+    if (records_.empty()) {
+        return std::nullopt;
+    }
+    FileFeedRecord record = std::move(records_.front());
+    records_.pop_front();
+    return record;
+}
+
+void FeedQueue::Clear() {
+    std::scoped_lock lock(mutex_);
+    done_ += records_.size();
+    records_.clear();
+}
+
+void FeedQueue::MarkDone() {
+    std::scoped_lock lock(mutex_);
+    ++done_;
+}
+
+bool FeedQueue::Drained() const {
+    std::scoped_lock lock(mutex_);
+    return done_ >= pushed_;
+}
+
+std::size_t FeedQueue::Size() const {
+    std::scoped_lock lock(mutex_);
+    return records_.size();
+}
+
+bool ReadFileTimes(FileFeedRecord& record) {
+    struct statx info {};
+    if (statx(AT_FDCWD, record.path.c_str(), 0,
+              STATX_BTIME | STATX_MTIME | STATX_ATIME | STATX_CTIME | STATX_SIZE, &info) != 0) {
+        const imaging::FileTime allOnes{~std::uint64_t{0}};
+        record.creationTime = record.lastAccessTime = record.lastWriteTime = allOnes;
+        record.timesKnown = false;
+        return false;
+    }
+    record.lastWriteTime = FromTimestamp(info.stx_mtime);
+    record.lastAccessTime = FromTimestamp(info.stx_atime);
+    // Filesystems without a birth time give the inode change time instead.
+    record.creationTime =
+        FromTimestamp((info.stx_mask & STATX_BTIME) ? info.stx_btime : info.stx_ctime);
+    record.size = info.stx_size;
+    record.timesKnown = true;
+    return true;
+}
+
+}  // namespace orvanta::list

@@ -1,0 +1,61 @@
+// The queue between the threads that find files (the folder scan and the folder watcher)
+// and the list's feeder thread that adds them: unbounded, guarded by a mutex and counted by
+// a semaphore so the feeder can wait with a timeout. Safe for any number of threads.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <semaphore>
+#include <vector>
+
+#include "platform/imaging/file_time.h"
+
+namespace orvanta::list {
+
+// One file found. The times are read only when the list's order needs them (the
+// name-order scan reads none); `timesKnown` says whether they were.
+struct FileFeedRecord {
+    std::filesystem::path path;  // canonical full path
+    std::uint32_t attributes = 0;
+    bool timesKnown = false;
+    imaging::FileTime creationTime;
+    imaging::FileTime lastAccessTime;
+    imaging::FileTime lastWriteTime;
+    std::uint64_t size = 0;
+};
+
+class FeedQueue {
+public:
+    void Push(FileFeedRecord record);
+    // Several records with one lock and one count: a scan hands over a folder's files in
+    // batches, so the feeder is not woken once per file.
+    void Push(std::vector<FileFeedRecord>& records);
+    // The oldest record, or none when nothing arrived within `timeout`.
+    std::optional<FileFeedRecord> Pop(std::chrono::milliseconds timeout);
+    void Clear();
+    // Lets a waiting Pop return at once (with nothing, when the queue is empty), so that a
+    // consumer asked to stop need not sit out its timeout.
+    void Wake() { available_.release(); }
+    std::size_t Size() const;
+    // The consumer calls this when it has dealt with a popped record; Drained() is true
+    // when every record pushed has been dealt with or cleared.
+    void MarkDone();
+    bool Drained() const;
+
+private:
+    mutable std::mutex mutex_;  // guards records_ and the counts; a leaf lock
+    std::deque<FileFeedRecord> records_;
+    std::uint64_t pushed_ = 0;
+    std::uint64_t done_ = 0;
+    std::counting_semaphore<> available_{0};
+};
+
+// Fills the times and size of `record` from the file (statx); false when it cannot be
+// read, and then the times are all ones, as a watcher that could not read them reports.
+bool ReadFileTimes(FileFeedRecord& record);
+
+}  // namespace orvanta::list

@@ -1,0 +1,289 @@
+#include "list/folder_enumerator.h"
+
+#include <cerrno>
+#include <memory>
+#include <vector>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/shell/network_path.h"
+#include "platform/sync/thread_priority.h"
+
+namespace orvanta::list {
+
+namespace {
+
+constexpr std::uint32_t kFileMask = IN_CLOSE_WRITE | IN_MOVED_TO;
+// The watcher wakes this often to see the stop flag.
+constexpr int kPollMilliseconds = 100;
+constexpr std::size_t kBatch = 64;
+
+bool IsDots(const char* name) {
+    return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
+}
+
+}  // namespace
+
+Result FolderEnumerator::SetFolder(const std::filesystem::path& folder, EnumeratorOptions options) {
+    if (running_.load()) {
+        return E_UNEXPECTED;
+    }
+    std::error_code error;
+    const auto canonical = std::filesystem::weakly_canonical(folder, error);
+    if (error || !std::filesystem::is_directory(canonical, error)) {
+        return E_INVALIDARG;
+    }
+    if (access(canonical.c_str(), R_OK | X_OK) != 0) {
+        return E_ACCESSDENIED;
+    }
+    if (!options.noWatching && shell::IsNetworkPath(canonical)) {
+        return E_ACCESSDENIED;
+    }
+    folder_ = canonical;
+    options_ = std::move(options);
+    matcher_ = options_.patterns.empty() ? nullptr
+                                         : std::make_unique<shell::SpecMatcher>(options_.patterns);
+    return S_OK;
+}
+
+Result FolderEnumerator::Start(EnumeratorStart mode) {
+    if (running_.load() || folder_.empty()) {
+        return E_UNEXPECTED;
+    }
+    running_ = true;
+    stop_ = false;
+    scanFinished_.Reset();
+    if (!options_.noWatching) {
+        inotify_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        if (inotify_ >= 0) {
+            watching_ = true;
+            // The folder's own watch is in place before Start returns, so a file written
+            // right after opening is never missed; the scan adds its sub-folders' watches.
+            AddWatch(folder_);
+            if (mode == EnumeratorStart::WatchOnly && options_.subFolders) {
+                std::error_code error;
+                for (std::filesystem::recursive_directory_iterator
+                         it(folder_, std::filesystem::directory_options::skip_permission_denied,
+                            error),
+                     end;
+                     it != end; it.increment(error)) {
+                    if (it->is_directory(error) && !it->is_symlink(error)) {
+                        AddWatch(it->path());
+                    }
+                }
+            }
+            watchThread_ = std::jthread([this](std::stop_token stop) { WatchLoop(stop); });
+        }
+    }
+    switch (mode) {
+        case EnumeratorStart::WatchOnly:
+            scanFinished_.Set();
+            break;
+        case EnumeratorStart::ScanThread:
+            scanThread_ = std::jthread([this] { Scan(); });
+            break;
+        case EnumeratorStart::ScanHere:
+            Scan();
+            break;
+    }
+    return S_OK;
+}
+
+void FolderEnumerator::Stop(bool emptyQueue) {
+    stop_ = true;
+    if (scanThread_.joinable()) {
+        scanThread_.join();
+    }
+    if (watchThread_.joinable()) {
+        watchThread_.request_stop();
+        watchThread_.join();
+    }
+    if (inotify_ >= 0) {
+        close(inotify_);
+        inotify_ = -1;
+    }
+    {
+        std::scoped_lock lock(watchesMutex_);
+        watches_.clear();
+    }
+    watching_ = false;
+    running_ = false;
+    scanFinished_.Set();
+    if (emptyQueue) {
+        queue_.Clear();
+    }
+}
+
+void FolderEnumerator::Scan() {
+    // Below normal priority, so that decoding the visible pictures wins.
+    platform::LowerCurrentThreadPriority();
+    Walk(folder_, false);
+    scanFinished_.Set();
+}
+
+void FolderEnumerator::AddWatch(const std::filesystem::path& folder) {
+    if (inotify_ < 0) {
+        return;
+    }
+    std::uint32_t mask = kFileMask;
+    if (options_.subFolders) {
+        mask |= IN_CREATE;
+    }
+    const int wd = inotify_add_watch(inotify_, folder.c_str(), mask);
+    if (wd >= 0) {
+        std::scoped_lock lock(watchesMutex_);
+        watches_[wd] = folder;
+    }
+}
+
+void FolderEnumerator::Feed(std::filesystem::path path, std::vector<FileFeedRecord>& batch) {
+    FileFeedRecord record;
+    record.path = std::move(path);
+    if (options_.readTimes) {
+        ReadFileTimes(record);
+    }
+    batch.push_back(std::move(record));
+    // Small enough that the first pictures show at once, large enough that the feeder is
+    // woken rarely.
+    if (batch.size() >= kBatch) {
+        queue_.Push(batch);
+    }
+}
+
+void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnly) {
+    std::vector<FileFeedRecord> batch;
+    Walk(folder, missingOnly, batch);
+    queue_.Push(batch);
+}
+
+void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnly,
+                            std::vector<FileFeedRecord>& batch) {
+    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        return;  // access denied is skipped silently; other failures end this folder too
+    }
+    const std::unique_ptr<DIR, int (*)(DIR*)> dir(fdopendir(fd), closedir);
+    if (!dir) {
+        close(fd);
+        return;
+    }
+    if (watching_ && folder != folder_) {
+        AddWatch(folder);
+    }
+    while (!stop_.load(std::memory_order_relaxed)) {
+        const dirent* entry = readdir(dir.get());
+        if (entry == nullptr) {
+            break;
+        }
+        if (IsDots(entry->d_name)) {
+            continue;
+        }
+        unsigned char type = entry->d_type;
+        if (type == DT_UNKNOWN || type == DT_LNK) {
+            // Some filesystems give no type; a link counts as what it points to, except
+            // that linked folders are not entered (they may loop).
+            struct stat info {};
+            if (fstatat(dirfd(dir.get()), entry->d_name, &info, 0) != 0) {
+                continue;
+            }
+            if (S_ISDIR(info.st_mode)) {
+                type = entry->d_type == DT_LNK ? DT_LNK : DT_DIR;
+            } else if (S_ISREG(info.st_mode)) {
+                type = DT_REG;
+            }
+        }
+        if (type == DT_DIR) {
+            if (options_.subFolders) {
+                // What was found before the sub-folder goes first.
+                queue_.Push(batch);
+                Walk(folder / entry->d_name, missingOnly, batch);
+            }
+            continue;
+        }
+        if (type != DT_REG) {
+            continue;
+        }
+        if (matcher_ && !matcher_->Matches(entry->d_name)) {
+            continue;
+        }
+        std::filesystem::path path = folder / entry->d_name;
+        if (missingOnly && options_.isListed && options_.isListed(path)) {
+            continue;
+        }
+        Feed(std::move(path), batch);
+    }
+}
+
+void FolderEnumerator::WatchLoop(std::stop_token stop) {
+    // Events are 16 bytes plus the name; this holds a few hundred at once.
+    alignas(inotify_event) char buffer[64 * 1024];
+    pollfd waitFor{inotify_, POLLIN, 0};
+    while (!stop.stop_requested() && !stop_.load(std::memory_order_relaxed)) {
+        waitFor.revents = 0;
+        const int ready = poll(&waitFor, 1, kPollMilliseconds);
+        if (ready <= 0) {
+            if (ready < 0 && errno != EINTR) {
+                break;
+            }
+            continue;
+        }
+        const ssize_t length = read(inotify_, buffer, sizeof buffer);
+        if (length <= 0) {
+            if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
+                continue;
+            }
+            break;
+        }
+        bool overflow = false;
+        for (ssize_t at = 0; at < length;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+            at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            if (event->mask & IN_Q_OVERFLOW) {
+                overflow = true;
+                continue;
+            }
+            if (event->len == 0) {
+                continue;
+            }
+            std::filesystem::path folder;
+            {
+                std::scoped_lock lock(watchesMutex_);
+                const auto it = watches_.find(event->wd);
+                if (it == watches_.end()) {
+                    continue;
+                }
+                folder = it->second;
+            }
+            const char* name = event->name;
+            if (event->mask & IN_ISDIR) {
+                if (options_.subFolders && (event->mask & (IN_CREATE | IN_MOVED_TO))) {
+                    // Files may land in the new folder before its watch does: walk it once.
+                    Walk(folder / name, true);
+                }
+                continue;
+            }
+            if (!(event->mask & kFileMask)) {
+                continue;
+            }
+            if (matcher_ && !matcher_->Matches(name)) {
+                continue;
+            }
+            FileFeedRecord record;
+            record.path = folder / name;
+            ReadFileTimes(record);
+            queue_.Push(std::move(record));
+        }
+        if (overflow) {
+            // The kernel dropped events: whatever is on disk and not in the list yet is fed.
+            FeedMissing();
+        }
+    }
+    watching_ = false;
+}
+
+}  // namespace orvanta::list

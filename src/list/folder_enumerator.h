@@ -1,0 +1,97 @@
+// Finds the picture files of a folder and feeds them into the list's feed queue: a
+// depth-first scan (a sub-folder is entered as soon as it is met, before the rest of its
+// parent) on its own thread or the caller's, and a watcher on its own thread that feeds
+// the files that appear later (written and closed, or renamed into the folder) and, with
+// sub-folders, watches new sub-folders too. Network folders are scanned but never watched.
+//
+// Thread rules: SetFolder, Start and Stop are called by the list's owner on one thread;
+// the scan and watch threads only push records and read the immutable settings of the run.
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "list/feed_queue.h"
+#include "platform/result.h"
+#include "platform/shell/path_match.h"
+#include "platform/sync/manual_reset_event.h"
+
+namespace orvanta::list {
+
+enum class EnumeratorStart {
+    WatchOnly = 0,
+    ScanThread = 1,  // watch, and scan on a thread of its own
+    ScanHere = 2,    // watch, and scan on the calling thread before returning
+};
+
+struct EnumeratorOptions {
+    bool subFolders = false;
+    bool noWatching = false;
+    bool readTimes = false;  // stat each file (the list is sorted by a time)
+    std::string patterns;    // SupportedPatterns; empty: every file
+    // With it, an event-queue overflow makes the watcher rescan and feed the files for
+    // which this returns false (files the list does not hold yet).
+    std::function<bool(const std::filesystem::path&)> isListed;
+};
+
+class FolderEnumerator {
+public:
+    explicit FolderEnumerator(FeedQueue& queue) : queue_(queue) {}
+    ~FolderEnumerator() { Stop(false); }
+    FolderEnumerator(const FolderEnumerator&) = delete;
+    FolderEnumerator& operator=(const FolderEnumerator&) = delete;
+
+    // E_INVALIDARG when `folder` is not a directory; E_ACCESSDENIED for a network folder
+    // unless noWatching is set; E_UNEXPECTED while running.
+    Result SetFolder(const std::filesystem::path& folder, EnumeratorOptions options);
+    // E_UNEXPECTED when running or no folder is set; a watch that cannot be set up ends
+    // silently (the folder is still scanned).
+    Result Start(EnumeratorStart mode);
+    // Stops the scan and the watch and waits for both; optionally empties the feed queue.
+    void Stop(bool emptyQueue);
+
+    // Walks the folder again and feeds the files isListed() does not know: what the watcher
+    // does when the kernel's event queue overflowed and events were lost.
+    void FeedMissing() { Walk(folder_, true); }
+
+    bool ScanFinished() const { return scanFinished_.IsSet(); }
+    bool WaitScanFinished(std::chrono::milliseconds timeout) const {
+        return scanFinished_.WaitFor(timeout);
+    }
+    bool Watching() const { return watching_.load(std::memory_order_relaxed); }
+    const std::filesystem::path& Folder() const { return folder_; }
+
+private:
+    // Walks `folder` depth first, pushing matching files; `missingOnly` pushes only files
+    // isListed() does not know. Adds a watch on every directory entered when watching.
+    void Walk(const std::filesystem::path& folder, bool missingOnly);
+    void Walk(const std::filesystem::path& folder, bool missingOnly,
+              std::vector<FileFeedRecord>& batch);
+    void Scan();
+    void WatchLoop(std::stop_token stop);
+    void AddWatch(const std::filesystem::path& folder);
+    void Feed(std::filesystem::path path, std::vector<FileFeedRecord>& batch);
+
+    FeedQueue& queue_;
+    std::filesystem::path folder_;
+    EnumeratorOptions options_;
+    std::unique_ptr<shell::SpecMatcher> matcher_;
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> running_{false};
+    std::atomic<bool> watching_{false};
+    platform::ManualResetEvent scanFinished_;
+    int inotify_ = -1;
+    std::mutex watchesMutex_;  // guards watches_; a leaf lock
+    std::unordered_map<int, std::filesystem::path> watches_;
+    std::jthread scanThread_;
+    std::jthread watchThread_;
+};
+
+}  // namespace orvanta::list

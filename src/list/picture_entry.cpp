@@ -1,0 +1,28 @@
+#include "list/picture_entry.h"
+
+namespace orvanta::list {
+
+std::string KeyName(const PictureEntry& entry) {
+    if (!entry.IsFrame()) {
+        return entry.BasePath();
+    }
+    return entry.BasePath() + "<" + std::to_string(entry.frameIndex) + ">";
+}
+
+bool AddExtension(std::string& extensionSet, std::string_view extension) {
+    std::string_view rest = extensionSet;
+    while (!rest.empty()) {
+        const std::size_t end = rest.find(';');
+        if (rest.substr(0, end) == extension) {
+            return false;
+        }
+        rest = end == std::string_view::npos ? std::string_view{} : rest.substr(end + 1);
+    }
+    if (!extensionSet.empty()) {
+        extensionSet += ';';
+    }
+    extensionSet += extension;
+    return true;
+}
+
+}  // namespace orvanta::list

@@ -1,0 +1,391 @@
+#include "list/picture_list.h"
+
+#include <iterator>
+#include <vector>
+
+#include "list/capture_modes.h"
+#include "list/supported_formats.h"
+#include "metadata/date_taken.h"
+#include "platform/text/unicode.h"
+#include "settings/settings.h"
+
+namespace orvanta::list {
+
+namespace {
+
+// A running decode asked to stop gets this long to do so.
+constexpr std::chrono::milliseconds kDecodeStopWait{60'000};
+
+// Two frame entries of one multi-frame file.
+bool SameFile(const PictureEntry& a, const PictureEntry& b) {
+    return a.IsFrame() && b.IsFrame() && a.extensionSet == b.extensionSet &&
+           shell::CompareNoCase(a.BasePath(), b.BasePath()) == 0;
+}
+
+}  // namespace
+
+PictureList::PictureList(ListServices services)
+    : services_(std::move(services)),
+      cache_(services_.cache ? services_.cache : &defaultCache_),
+      bookmarks_(services_.bookmarks ? services_.bookmarks : &defaultBookmarks_),
+      current_(entries_.end()) {
+}
+
+PictureList::~PictureList() {
+    StopThreads();
+}
+
+bool PictureList::AddFile(const std::filesystem::path& path,
+                          std::optional<imaging::FileTime> fileTime, bool userAction) {
+    // patterns_, sortMode_ and multiFrame_ change only while the feeder is stopped, on the
+    // thread that opens folders.
+    const std::string full = path.string();
+    const std::string dotExtension = path.extension().string();
+    bool mayHoldFrames = false;
+    if (dotExtension.empty() ||
+        !IsSupported(patterns_, dotExtension, multiFrame_, &mayHoldFrames)) {
+        return false;
+    }
+    const std::string extension = text::LowerAscii(std::string_view(dotExtension).substr(1));
+    const std::string base = full.substr(0, full.size() - dotExtension.size());
+
+    // Frames are counted first: a multi-frame file always lists its frames, a single-frame
+    // file joins the single-frame entry of its base path, whatever order they arrive in.
+    const std::uint32_t frames = mayHoldFrames ? CountFrames(path) : 1;
+    enum class Joined { No, Taken, Ignored, Changed };
+    PictureEntry* changed = nullptr;
+    const auto join = [&]() {
+        const auto range = names_.equal_range(base);
+        for (auto it = range.first; it != range.second; ++it) {
+            PictureEntry& entry = *it->second;
+            if (frames > 1) {
+                if (entry.IsFrame() && entry.extensionSet == extension) {
+                    return Joined::Ignored;  // the same multi-frame file again
+                }
+                continue;
+            }
+            if (entry.IsFrame()) {
+                continue;
+            }
+            if (AddExtension(entry.extensionSet, extension)) {
+                return Joined::Taken;
+            }
+            // The file was written again.
+            if (!shownRequest_.empty() && shell::CompareNoCase(shownRequest_, base) == 0) {
+                shownRequest_.clear();
+                return Joined::Ignored;
+            }
+            if (entry.flags & EntryFlag::kAddedByUser) {
+                entry.flags &= ~EntryFlag::kAddedByUser;
+                return Joined::Ignored;
+            }
+            if (entry.selfReplaced.exchange(false)) {
+                return Joined::Ignored;
+            }
+            DropPicture(entry);
+            changed = &entry;
+            return Joined::Changed;
+        }
+        return Joined::No;
+    };
+    const auto finish = [&](Joined joined) {
+        if (joined == Joined::Changed) {
+            services_.notices->EntryChanged483(*changed);
+        }
+        return joined == Joined::Taken;
+    };
+    Joined joined = Joined::No;
+    // In name order nothing is read from the file, so one pass under the lock does it all.
+    if (sortMode_ != 0) {
+        std::scoped_lock lock(mutex_);
+        joined = join();
+    }
+    if (joined != Joined::No) {
+        return finish(joined);
+    }
+
+    std::uint64_t sortTime = 0;
+    if (sortMode_ != 0) {
+        if (!fileTime) {
+            FileFeedRecord record;
+            record.path = path;
+            ReadFileTimes(record);
+            fileTime = sortMode_ == 2 ? record.creationTime : record.lastWriteTime;
+        }
+        imaging::FileTime time = *fileTime;
+        if (sortMode_ >= 3) {
+            time = metadata::ReadDateTaken(path, time, sortMode_ == 4);
+        }
+        sortTime = time.ticks;
+    }
+
+    bool wasEmpty = false;
+    std::uint32_t count = 0;
+    {
+        std::unique_lock lock(mutex_);
+        // Another thread may have listed the base path while the file was read.
+        joined = join();
+        // New nodes of one base path go after the ones already there.
+        auto hint = names_.upper_bound(base);
+        if (joined != Joined::No) {
+            lock.unlock();
+            return finish(joined);
+        }
+        wasEmpty = entries_.empty();
+        const EntryOrder order = entries_.key_comp();
+        for (std::uint32_t frame = 0; frame < frames; ++frame) {
+            auto entry = std::make_unique<PictureEntry>();
+            PictureEntry* raw = entry.get();
+            raw->nameLink = names_.emplace_hint(hint, base, raw);
+            raw->sortTime = sortTime;
+            raw->frameIndex = static_cast<std::uint16_t>(frames > 1 ? frame : 0);
+            raw->frameCount = static_cast<std::uint16_t>(frames);
+            raw->extensionSet = extension;
+            raw->owner = this;
+            raw->flags = userAction ? EntryFlag::kAddedByUser : 0;
+            const auto [it, inserted] = entries_.insert(std::move(entry));
+            if (!inserted) {
+                names_.erase(raw->nameLink);
+                continue;
+            }
+            if (current_ == entries_.end()) {
+                current_ = it;
+                position_ = 1;
+            } else if (order(raw, current_->get())) {
+                ++position_;
+            }
+            bookmarks_->Attach(*raw);
+        }
+        bool moved = wasEmpty;
+        if (!pendingTarget_.empty() && shell::CompareNoCase(pendingTarget_, base) == 0) {
+            moved = TakePendingTarget() || moved;
+        }
+        if (moved) {
+            cache_->Reschedule(current_->get());
+        }
+        count = static_cast<std::uint32_t>(entries_.size());
+    }
+    if (CaptureModeActive()) {
+        services_.notices->NewShot46B(count, base);
+    } else {
+        const bool slowFirst = count == 1 && !IsQuickFormat(extension);
+        services_.notices->ListGrew464(wasEmpty ? 0 : count,
+                                       slowFirst ? kSlowFirstDelay : kQuickFirstDelay);
+    }
+    return true;
+}
+
+PictureEntry* PictureList::Current() const {
+    std::scoped_lock lock(mutex_);
+    return current_ == entries_.end() ? nullptr : current_->get();
+}
+
+std::uint32_t PictureList::Position() const {
+    std::scoped_lock lock(mutex_);
+    return position_;
+}
+
+std::uint32_t PictureList::Count() const {
+    std::scoped_lock lock(mutex_);
+    return static_cast<std::uint32_t>(entries_.size());
+}
+
+void PictureList::ForEach(const std::function<void(const PictureEntry&)>& visit) const {
+    std::scoped_lock lock(mutex_);
+    for (const auto& entry : entries_) {
+        visit(*entry);
+    }
+}
+
+PictureEntry* PictureList::Next(std::uint32_t steps, bool quiet) {
+    std::optional<BeepKind> beep;
+    PictureEntry* result = nullptr;
+    {
+        std::scoped_lock lock(mutex_);
+        if (TakePendingTarget()) {
+            cache_->Reschedule(current_->get());
+            return current_->get();
+        }
+        const auto count = static_cast<std::uint32_t>(entries_.size());
+        if (count == 0 || position_ == count) {
+            if (count == 0 || !settings::WrapImageList.On() || transferPending_) {
+                beep = BeepKind::Exclamation;
+            } else {
+                result = MoveTo(entries_.begin(), 1);
+                beep = BeepKind::Asterisk;
+            }
+        } else {
+            const std::uint32_t by = std::min(std::max(steps, 1u), count - position_);
+            result = MoveTo(std::next(current_, by), position_ + by);
+        }
+    }
+    if (beep) {
+        Beep(*beep, quiet);
+    }
+    return result;
+}
+
+PictureEntry* PictureList::Previous(std::uint32_t steps) {
+    std::optional<BeepKind> beep;
+    PictureEntry* result = nullptr;
+    {
+        std::scoped_lock lock(mutex_);
+        if (TakePendingTarget()) {
+            cache_->Reschedule(current_->get());
+            return current_->get();
+        }
+        const auto count = static_cast<std::uint32_t>(entries_.size());
+        if (count == 0 || position_ == 1) {
+            if (count == 0 || !settings::WrapImageList.On()) {
+                beep = BeepKind::Exclamation;
+            } else {
+                result = MoveTo(std::prev(entries_.end()), count);
+                beep = BeepKind::Asterisk;
+            }
+        } else {
+            const std::uint32_t by = std::min(std::max(steps, 1u), position_ - 1);
+            result = MoveTo(std::prev(current_, by), position_ - by);
+        }
+    }
+    if (beep) {
+        Beep(*beep, false);
+    }
+    return result;
+}
+
+PictureEntry* PictureList::First() {
+    std::scoped_lock lock(mutex_);
+    pendingTarget_.clear();
+    return entries_.empty() ? nullptr : MoveTo(entries_.begin(), 1);
+}
+
+PictureEntry* PictureList::Last() {
+    std::scoped_lock lock(mutex_);
+    pendingTarget_.clear();
+    return entries_.empty()
+               ? nullptr
+               : MoveTo(std::prev(entries_.end()), static_cast<std::uint32_t>(entries_.size()));
+}
+
+PictureEntry* PictureList::GoTo(std::string_view basePath) {
+    std::scoped_lock lock(mutex_);
+    PictureEntry* entry = FindBasePath(basePath);
+    if (entry == nullptr) {
+        return nullptr;
+    }
+    const auto it = entries_.find(entry);
+    return MoveTo(it, RankOf(it));
+}
+
+bool PictureList::RemoveCurrent() {
+    std::scoped_lock lock(mutex_);
+    if (current_ == entries_.end()) {
+        return false;
+    }
+    // Every frame of a multi-frame file goes, from its first frame on.
+    auto first = current_;
+    while (first != entries_.begin() && SameFile(**std::prev(first), **current_)) {
+        --first;
+    }
+    const auto rank = static_cast<std::uint32_t>(position_ - std::distance(first, current_));
+    const PictureEntry& removed = **current_;
+    auto last = std::next(current_);
+    while (last != entries_.end() && SameFile(**last, removed)) {
+        ++last;
+    }
+    std::vector<OrderedSet::iterator> doomed;
+    for (auto it = first; it != last; ++it) {
+        doomed.push_back(it);
+    }
+    for (const auto& it : doomed) {
+        Erase(it);
+    }
+    const auto count = static_cast<std::uint32_t>(entries_.size());
+    if (count == 0) {
+        current_ = entries_.end();
+        position_ = 0;
+    } else if (last == entries_.end()) {
+        current_ = std::prev(entries_.end());
+        position_ = count;
+    } else {
+        current_ = last;
+        position_ = rank;
+    }
+    cache_->Reschedule(count == 0 ? nullptr : current_->get());
+    return true;
+}
+
+void PictureList::Erase(OrderedSet::iterator it) {
+    PictureEntry& entry = **it;
+    entry.abortFlag.store(1, std::memory_order_relaxed);
+    const bool stopped = entry.decodeLock.try_lock_for(kDecodeStopWait);
+    if (stopped) {
+        entry.decodeLock.unlock();
+    }
+    cache_->Release(entry);
+    services_.notices->EntryRemoved479(entry);
+    bookmarks_->Detach(entry);
+    names_.erase(entry.nameLink);
+    entries_.erase(it);
+}
+
+void PictureList::DropPicture(PictureEntry& entry) {
+    entry.abortFlag.store(1, std::memory_order_relaxed);
+    if (entry.decodeLock.try_lock_for(kDecodeStopWait)) {
+        entry.decodedPicture.reset();
+        entry.systemMemoryCopy.reset();
+        entry.decodeResult = 0;
+        entry.width = 0;
+        entry.height = 0;
+        entry.decodeLock.unlock();
+    }
+    entry.abortFlag.store(0, std::memory_order_relaxed);
+    cache_->Changed(entry);
+}
+
+PictureEntry* PictureList::MoveTo(OrderedSet::iterator to, std::uint32_t position) {
+    current_ = to;
+    position_ = position;
+    cache_->Reschedule(to->get());
+    return to->get();
+}
+
+std::uint32_t PictureList::RankOf(OrderedSet::iterator it) const {
+    // Linear, but only for a jump to a named entry; steps keep count themselves.
+    return static_cast<std::uint32_t>(
+        std::distance(entries_.begin(), OrderedSet::const_iterator(it)) + 1);
+}
+
+PictureEntry* PictureList::FindBasePath(std::string_view basePath) const {
+    const auto range = names_.equal_range(std::string(basePath));
+    PictureEntry* best = nullptr;
+    const EntryOrder order = entries_.key_comp();
+    for (auto it = range.first; it != range.second; ++it) {
+        if (best == nullptr || order(it->second, best)) {
+            best = it->second;
+        }
+    }
+    return best;
+}
+
+bool PictureList::TakePendingTarget() {
+    if (pendingTarget_.empty()) {
+        return false;
+    }
+    PictureEntry* target = FindBasePath(pendingTarget_);
+    if (target == nullptr) {
+        return false;
+    }
+    pendingTarget_.clear();
+    current_ = entries_.find(target);
+    position_ = RankOf(current_);
+    return true;
+}
+
+void PictureList::Beep(BeepKind kind, bool quiet) const {
+    if (!quiet && settings::EnableMessageBeep.On()) {
+        services_.notices->Beep(kind);
+    }
+}
+
+}  // namespace orvanta::list

@@ -1,0 +1,146 @@
+// The pictures of the open folder in display order, with the current entry and its 1-based
+// position. Opening a folder starts a scan whose files a feeder thread adds one by one
+// while the user already looks at the first ones, so entries may appear before the current
+// one; the folder is then watched for new files. One instance, owned by the main window.
+//
+// Thread rules: every public operation takes the list lock itself (the first lock in the
+// program's lock order; the decode cache's lock comes after it). Moves and opening run on
+// the user-interface thread, adds on the feeder thread, reads anywhere. Notices go out after
+// the lock is released, except EntryRemoved479, which is sent with the lock held. Entry
+// pointers handed out stay valid until the entry is removed or another folder is opened.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "list/entry_order.h"
+#include "list/feed_queue.h"
+#include "list/folder_enumerator.h"
+#include "list/list_hooks.h"
+#include "list/list_notices.h"
+#include "list/picture_entry.h"
+#include "platform/imaging/file_time.h"
+#include "platform/registry/registry.h"
+
+namespace orvanta::list {
+
+// What the list reaches beyond itself. Only `notices` is required.
+struct ListServices {
+    ListNotices* notices = nullptr;
+    DecodeCacheHooks* cache = nullptr;
+    BookmarkHooks* bookmarks = nullptr;
+    // Where LastPictureFolder is written after an opening (the user's store in the
+    // program); none: not written.
+    std::shared_ptr<platform::RegistryStore> settingsStore;
+};
+
+class PictureList {
+public:
+    explicit PictureList(ListServices services);
+    ~PictureList();
+    PictureList(const PictureList&) = delete;
+    PictureList& operator=(const PictureList&) = delete;
+
+    // Empties the list and starts scanning `folder` (with its sub-folders when
+    // SubFoldersBrowsing is set); the entry of `fileToShow`, if named, becomes current when
+    // it arrives. `patterns` overrides the supported-pattern list built from the decoders
+    // present. False, after status text 10127, when the folder cannot be enumerated.
+    bool OpenFolder(const std::filesystem::path& folder,
+                    const std::filesystem::path& fileToShow = {},
+                    std::optional<std::string> patterns = std::nullopt);
+    // Stops the scan, the watch and the feeder; the entries stay.
+    void StopScan();
+    // True once the scan has finished and every file it found has been added (the watch
+    // may still add more). Waits up to `timeout`.
+    bool WaitUntilScanned(std::chrono::milliseconds timeout) const;
+    bool ScanComplete() const;
+
+    // Adds one file: a sibling of a listed base path joins its entry's ExtensionSet, a file
+    // written again drops its picture (entry-changed), anything else makes an entry (one
+    // per frame for a multi-frame file) in sorted place. `fileTime` is the time to sort by
+    // in the time orders (read from the file when absent). False when the file is not a
+    // supported picture or added nothing.
+    bool AddFile(const std::filesystem::path& path, std::optional<imaging::FileTime> fileTime,
+                 bool userAction = false);
+
+    PictureEntry* Current() const;
+    std::uint32_t Position() const;  // 1-based; 0 when the list is empty
+    std::uint32_t Count() const;
+    // Calls `visit` for each entry in display order, with the list lock held: it must not
+    // call back into the list.
+    void ForEach(const std::function<void(const PictureEntry&)>& visit) const;
+
+    // Moves return the new current entry, or none when the move is refused. After every
+    // move the decode cache is rescheduled.
+    PictureEntry* Next(std::uint32_t steps = 1, bool quiet = false);
+    PictureEntry* Previous(std::uint32_t steps = 1);
+    PictureEntry* First();
+    PictureEntry* Last();
+    PictureEntry* GoTo(std::string_view basePath);
+    // Removes the current entry (every frame of a multi-frame file); the one after it
+    // becomes current, or the new last one when it was last. False when the list is empty.
+    bool RemoveCurrent();
+
+    // While a tethered transfer is pending, Next does not wrap.
+    void SetTransferPending(bool pending) { transferPending_ = pending; }
+
+    std::filesystem::path Folder() const;
+    bool OnNetwork() const;
+    std::string SupportedPatterns() const;
+    std::uint32_t SortMode() const;
+    bool Watching() const { return enumerator_.Watching(); }
+
+private:
+    using OrderedSet = std::set<std::unique_ptr<PictureEntry>, EntryOrder>;
+
+    void FeedLoop(std::stop_token stop);
+    void StopThreads();
+    // With the lock held.
+    PictureEntry* MoveTo(OrderedSet::iterator to, std::uint32_t position);
+    std::uint32_t RankOf(OrderedSet::iterator it) const;
+    PictureEntry* FindBasePath(std::string_view basePath) const;
+    bool TakePendingTarget();
+    void Beep(BeepKind kind, bool quiet) const;
+    void DropPicture(PictureEntry& entry);
+    void Erase(OrderedSet::iterator it);
+
+    ListServices services_;
+    DecodeCacheHooks defaultCache_;
+    BookmarkHooks defaultBookmarks_;
+    DecodeCacheHooks* cache_;
+    BookmarkHooks* bookmarks_;
+
+    // The list lock: guards everything from here to the end of this group. First in the
+    // program's lock order.
+    mutable std::mutex mutex_;
+    NameIndex names_;
+    OrderedSet entries_;
+    OrderedSet::iterator current_;
+    std::uint32_t position_ = 0;
+    std::filesystem::path folder_;
+    bool onNetwork_ = false;
+    std::string patterns_;
+    std::uint32_t sortMode_ = 0;
+    bool multiFrame_ = false;
+    std::string pendingTarget_;  // base path to make current when it arrives
+    std::string shownRequest_;   // base path of the file the user asked to show
+
+    std::atomic<bool> transferPending_{false};
+    bool firstOpening_ = true;
+    FeedQueue queue_;
+    FolderEnumerator enumerator_{queue_};
+    std::jthread feeder_;
+    std::jthread firstOpeningWait_;
+};
+
+}  // namespace orvanta::list

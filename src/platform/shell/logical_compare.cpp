@@ -1,0 +1,141 @@
+#include "platform/shell/logical_compare.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/text/unicode.h"
+
+namespace orvanta::shell {
+
+namespace {
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// ASCII characters that are neither letters nor digits.
+bool IsSymbol(char c) {
+    const auto u = static_cast<unsigned char>(c);
+    return u < 0x80 && !IsDigit(c) && !((u | 0x20) >= 'a' && (u | 0x20) <= 'z');
+}
+
+int Sign(long long v) {
+    return v < 0 ? -1 : (v > 0 ? 1 : 0);
+}
+
+// Compares the digit runs starting at `i` and `j` by value, advancing both past their runs.
+// `zeroTie` keeps the first difference in leading zeros for when all else is equal.
+int CompareNumbers(std::string_view a, std::size_t& i, std::string_view b, std::size_t& j,
+                   int& zeroTie) {
+    std::size_t ia = i;
+    std::size_t jb = j;
+    while (ia < a.size() && a[ia] == '0') {
+        ++ia;
+    }
+    while (jb < b.size() && b[jb] == '0') {
+        ++jb;
+    }
+    const std::size_t zerosA = ia - i;
+    const std::size_t zerosB = jb - j;
+    std::size_t ea = ia;
+    std::size_t eb = jb;
+    while (ea < a.size() && IsDigit(a[ea])) {
+        ++ea;
+    }
+    while (eb < b.size() && IsDigit(b[eb])) {
+        ++eb;
+    }
+    i = ea;
+    j = eb;
+    // Without leading zeros, the longer run is the larger number; runs of one length
+    // compare digit by digit, so numbers of any length work without overflow.
+    if (ea - ia != eb - jb) {
+        return ea - ia < eb - jb ? -1 : 1;
+    }
+    const int digits = std::memcmp(a.data() + ia, b.data() + jb, ea - ia);
+    if (digits != 0) {
+        return digits < 0 ? -1 : 1;
+    }
+    if (zeroTie == 0 && zerosA != zerosB) {
+        zeroTie = zerosA < zerosB ? -1 : 1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int CompareLogical(std::string_view a, std::string_view b) {
+    // Paths in one folder share long prefixes: skip the identical bytes first, backing up to
+    // the start of a digit run or a multi-byte character cut by the first difference.
+    std::size_t same = 0;
+    const std::size_t shorter = std::min(a.size(), b.size());
+    while (same < shorter && a[same] == b[same]) {
+        ++same;
+    }
+    while (same > 0 &&
+           (IsDigit(a[same - 1]) ||
+            (same < a.size() && (static_cast<unsigned char>(a[same]) & 0xC0) == 0x80))) {
+        --same;
+    }
+    std::size_t i = same;
+    std::size_t j = same;
+    int zeroTie = 0;
+    while (i < a.size() && j < b.size()) {
+        const bool digitA = IsDigit(a[i]);
+        const bool digitB = IsDigit(b[j]);
+        if (digitA && digitB) {
+            const int numbers = CompareNumbers(a, i, b, j, zeroTie);
+            if (numbers != 0) {
+                return numbers;
+            }
+            continue;
+        }
+        // Punctuation and blanks sort before numbers, numbers before letters, as in a
+        // file manager's listing.
+        if (digitA != digitB) {
+            const char other = digitA ? b[j] : a[i];
+            const bool otherFirst = IsSymbol(other);
+            return (digitA != otherFirst) ? -1 : 1;
+        }
+        const char32_t ca = text::FoldCase(text::NextCodePoint(a, i));
+        const char32_t cb = text::FoldCase(text::NextCodePoint(b, j));
+        if (ca != cb) {
+            const bool symbolA = ca < 0x80 && IsSymbol(static_cast<char>(ca));
+            const bool symbolB = cb < 0x80 && IsSymbol(static_cast<char>(cb));
+            if (symbolA != symbolB) {
+                return symbolA ? -1 : 1;
+            }
+            return ca < cb ? -1 : 1;
+        }
+    }
+    if (i < a.size() || j < b.size()) {
+        return i < a.size() ? 1 : -1;  // a prefix comes first
+    }
+    return zeroTie;
+}
+
+int CompareLogicalTotal(std::string_view a, std::string_view b) {
+    const int logical = CompareLogical(a, b);
+    if (logical != 0) {
+        return logical;
+    }
+    return Sign(static_cast<long long>(a.compare(b)));
+}
+
+int CompareNoCase(std::string_view a, std::string_view b) {
+    std::size_t i = 0;
+    std::size_t j = 0;
+    while (i < a.size() && j < b.size()) {
+        const char32_t ca = text::FoldCase(text::NextCodePoint(a, i));
+        const char32_t cb = text::FoldCase(text::NextCodePoint(b, j));
+        if (ca != cb) {
+            return ca < cb ? -1 : 1;
+        }
+    }
+    if (i < a.size() || j < b.size()) {
+        return i < a.size() ? 1 : -1;
+    }
+    return 0;
+}
+
+}  // namespace orvanta::shell

@@ -1,0 +1,66 @@
+#include "support/cli_run.h"
+
+#include <sys/wait.h>
+
+namespace orvanta::test {
+
+namespace {
+
+std::string ShellQuote(const std::string& s) {
+    std::string q = "'";
+    for (char c : s) {
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return q + "'";
+}
+
+}  // namespace
+
+CliProcess::CliProcess(const std::filesystem::path& registry,
+                       const std::vector<std::string>& args) {
+    std::string command = "ORVANTA_REGISTRY=" + ShellQuote(registry.string()) + " " ORVANTA_CLI;
+    for (const auto& a : args) {
+        command += " " + ShellQuote(a);
+    }
+    command += " 2>&1";
+    pipe_ = popen(command.c_str(), "r");
+}
+
+CliProcess::~CliProcess() {
+    if (pipe_ != nullptr) {
+        pclose(pipe_);
+    }
+}
+
+bool CliProcess::ReadLine(std::string& line) {
+    line.clear();
+    if (pipe_ == nullptr) {
+        return false;
+    }
+    int c;
+    while ((c = std::fgetc(pipe_)) != EOF) {
+        if (c == '\n') {
+            return true;
+        }
+        line += static_cast<char>(c);
+    }
+    return !line.empty();
+}
+
+int CliProcess::Finish(std::string* rest) {
+    if (pipe_ == nullptr) {
+        return -1;
+    }
+    char buffer[4096];
+    std::size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe_)) > 0) {
+        if (rest != nullptr) {
+            rest->append(buffer, n);
+        }
+    }
+    const int status = pclose(pipe_);
+    pipe_ = nullptr;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace orvanta::test
