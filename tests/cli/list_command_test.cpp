@@ -2,7 +2,7 @@
 // be read, and new shots while watching.
 #include <gtest/gtest.h>
 
-#include "support/cli_run.h"
+#include "support/cli_runner.h"
 #include "support/picture_fixtures.h"
 #include "support/temp_folder.h"
 
