@@ -13,7 +13,12 @@ cmake --build "$build"
 if [ -x "$build/src/orvanta" ]; then
     exec "$build/src/orvanta" "$@"
 fi
-# Until the window exists: show how the command line is understood and the settings the
-# program would run with.
-"$build/src/orvanta-cli" args --json "$@"
-exec "$build/src/orvanta-cli" settings effective --json
+# Until the window exists: the folder as the program reads it (entries in display order)
+# and how it decodes each picture.
+if [ -d "$1" ]; then
+    "$build/src/orvanta-cli" list "$1"
+    find "$1" -maxdepth 1 -type f ! -name '*.md' -print0 | sort -z |
+        xargs -0 -r -n1 "$build/src/orvanta-cli" decode || true
+else
+    for file in "$@"; do "$build/src/orvanta-cli" decode "$file" || true; done
+fi
