@@ -296,6 +296,18 @@ std::span<const std::uint8_t> ExifBlock(std::span<const std::uint8_t> chunk) {
     return chunk;
 }
 
+// libwebp's animation decoder keeps two canvases of 4 bytes per pixel, however little of
+// them the frames cover, so a few hundred bytes claiming a gigapixel canvas would take 8 GB.
+// Canvases up to kFreeCanvasPixels are always accepted; larger ones need a file of at least
+// one byte per kCanvasPixelsPerFileByte pixels, which every real animation of that size has.
+constexpr std::uint64_t kFreeCanvasPixels = std::uint64_t{16} << 20;
+constexpr std::uint64_t kCanvasPixelsPerFileByte = 256;
+
+bool AcceptableCanvas(PixelSize canvas, std::size_t fileSize) {
+    const std::uint64_t pixels = std::uint64_t{canvas.width} * canvas.height;
+    return pixels <= kFreeCanvasPixels || pixels / kCanvasPixelsPerFileByte <= fileSize;
+}
+
 bool MatchesWebp(std::span<const std::uint8_t> head) {
     return head.size() >= 12 && std::memcmp(head.data(), "RIFF", 4) == 0 &&
            std::memcmp(head.data() + 8, "WEBP", 4) == 0;
@@ -327,6 +339,9 @@ Result CreateWebpDecoder(std::shared_ptr<const FileBytes> bytes,
     }
     if (!AcceptableSize(image.size)) {
         return image.size.width == 0 || image.size.height == 0 ? E_FAIL : E_OUTOFMEMORY;
+    }
+    if (image.animated && !AcceptableCanvas(image.size, bytes->Size())) {
+        return E_OUTOFMEMORY;
     }
     // Chunks point into the file's bytes, which the decoder and its frames keep.
     image.metadata.exif = ExifBlock(Chunk(demuxer.get(), "EXIF"));

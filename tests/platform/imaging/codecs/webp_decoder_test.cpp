@@ -101,8 +101,10 @@ struct Solid {
 };
 
 // An animation of solid rectangles drawn without blending over a transparent canvas.
-Bytes Animation(const std::vector<Solid>& frames) {
-    std::vector<Bytes> chunks = {Vp8x(0x12, kWidth, kHeight), Chunk("ANIM", {0, 0, 0, 0, 0, 0})};
+Bytes Animation(const std::vector<Solid>& frames, int canvasWidth = kWidth,
+                int canvasHeight = kHeight) {
+    std::vector<Bytes> chunks = {Vp8x(0x12, canvasWidth, canvasHeight),
+                                 Chunk("ANIM", {0, 0, 0, 0, 0, 0})};
     for (const Solid& frame : frames) {
         Bytes rgba;
         for (int i = 0; i < frame.width * frame.height; ++i) {
@@ -277,6 +279,22 @@ TEST(WebpDecoder, AnimationFramesAreComposited) {
     }
     std::unique_ptr<BitmapFrame> frame;
     EXPECT_EQ(decoder->GetFrame(3, frame), E_INVALIDARG);
+}
+
+TEST(WebpDecoder, SmallAnimationClaimingAHugeCanvasIsRefused) {
+    // The animation decoder would allocate the whole canvas on the first copy.
+    for (const auto& [width, height] : {std::pair{20000, 20000}, std::pair{6000, 4000}}) {
+        std::unique_ptr<Decoder> decoder;
+        EXPECT_EQ(WebpDecoderInfo().create(FileBytes::FromMemory(Animation(kFrames, width, height)),
+                                           decoder),
+                  E_OUTOFMEMORY)
+            << width << " x " << height;
+        EXPECT_FALSE(decoder);
+    }
+    // A canvas of 16 megapixels is accepted from any file.
+    const auto decoder = Create(Animation(kFrames, 4096, 4096));
+    ASSERT_TRUE(decoder);
+    EXPECT_EQ(decoder->FrameCount(), 3u);
 }
 
 TEST(WebpDecoder, MetadataChunksPointIntoTheFile) {
