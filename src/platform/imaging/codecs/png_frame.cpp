@@ -2,7 +2,9 @@
 
 #if ORVANTA_HAVE_SPNG
 
+#include <algorithm>
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include <spng.h>
@@ -35,6 +37,42 @@ std::uint32_t Channels(std::uint8_t colorType) {
 
 Result FromSpng(int error) {
     return error == SPNG_EMEM ? E_OUTOFMEMORY : kErrBadImage;
+}
+
+std::uint32_t BigEndian32(const std::uint8_t* p) {
+    return std::uint32_t{p[0]} << 24 | std::uint32_t{p[1]} << 16 | std::uint32_t{p[2]} << 8 | p[3];
+}
+
+// A file cut inside its image data, made whole enough for libspng (which refuses a chunk
+// that runs past the end of its buffer): the last chunk shortened to the bytes present and
+// an IEND after it. Empty when the file is not cut that way. The shortened chunk's checksum
+// cannot match, so the decoder reading it must not check checksums.
+std::vector<std::uint8_t> MendCutImageData(std::span<const std::uint8_t> file) {
+    constexpr std::size_t kSignatureBytes = 8;
+    constexpr std::uint8_t kIend[] = {0, 0, 0, 0, 'I', 'E', 'N', 'D', 0xAE, 0x42, 0x60, 0x82};
+    std::size_t at = kSignatureBytes;
+    while (at + 8 <= file.size()) {
+        const std::uint64_t length = BigEndian32(&file[at]);
+        const bool imageData = std::memcmp(&file[at + 4], "IDAT", 4) == 0;
+        if (at + 12 + length <= file.size()) {
+            at += 12 + length;
+            continue;
+        }
+        if (!imageData) {
+            return {};
+        }
+        const std::size_t present = std::min<std::uint64_t>(length, file.size() - at - 8);
+        std::vector<std::uint8_t> mended(file.begin(), file.begin() + at + 8 + present);
+        const auto shortened = static_cast<std::uint32_t>(present);
+        mended[at] = static_cast<std::uint8_t>(shortened >> 24);
+        mended[at + 1] = static_cast<std::uint8_t>(shortened >> 16);
+        mended[at + 2] = static_cast<std::uint8_t>(shortened >> 8);
+        mended[at + 3] = static_cast<std::uint8_t>(shortened);
+        mended.insert(mended.end(), 4, 0);  // the checksum that was cut off
+        mended.insert(mended.end(), std::begin(kIend), std::end(kIend));
+        return mended;
+    }
+    return {};
 }
 
 class PngFrame final : public BitmapFrame {
@@ -112,7 +150,9 @@ private:
 
     Result CopyRows(const PixelRect& rect, std::size_t stride, std::span<std::byte> out) {
         const auto top = static_cast<std::uint32_t>(rect.y);
-        if (!context_ || nextRow_ > top) {
+        if (!context_ && cutAt_ <= top) {
+            nextRow_ = cutAt_;  // nothing to decode: every wanted row lies past the cut
+        } else if (!context_ || nextRow_ > top) {
             if (const Result started = Start(); started.Failed()) {
                 return started;
             }
@@ -123,11 +163,17 @@ private:
         row_.resize(decodedRowBytes_);
         auto* base = reinterpret_cast<std::uint8_t*>(out.data());
         const std::uint32_t end = top + static_cast<std::uint32_t>(rect.height);
-        while (nextRow_ < end) {
+        while (nextRow_ < end && nextRow_ < cutAt_) {
             const bool wanted = nextRow_ >= top;
             std::uint8_t* target =
                 wanted && direct ? base + (nextRow_ - top) * stride : row_.data();
             const int error = spng_decode_row(context_.get(), target, decodedRowBytes_);
+            if (error != 0 && error != SPNG_EOI && !mended_.empty() && nextRow_ > 0) {
+                // The file ends inside the image data: show the rows it holds.
+                context_.reset();
+                cutAt_ = nextRow_;
+                break;
+            }
             if (error != 0 && error != SPNG_EOI) {
                 context_.reset();
                 return FromSpng(error);
@@ -137,14 +183,30 @@ private:
             }
             ++nextRow_;
         }
-        return S_OK;
+        if (cutAt_ >= end) {
+            return S_OK;
+        }
+        // Rows past the cut are black, or transparent in formats with alpha.
+        const std::size_t rowBytes = RowBytes(static_cast<std::uint32_t>(rect.width));
+        for (std::uint32_t y = std::max(top, cutAt_); y < end; ++y) {
+            std::memset(base + (y - top) * stride, 0, rowBytes);
+        }
+        return S_FALSE;
     }
 
     Result Start() {
-        context_ = OpenSpng(file_->Bytes());
+        cutAt_ = std::numeric_limits<std::uint32_t>::max();
         nextRow_ = 0;
+        if (!mendChecked_) {
+            mendChecked_ = true;
+            mended_ = MendCutImageData(file_->Bytes());
+        }
+        context_ = OpenSpng(mended_.empty() ? file_->Bytes() : std::span(mended_));
         if (!context_) {
             return E_OUTOFMEMORY;
+        }
+        if (!mended_.empty()) {
+            spng_set_crc_action(context_.get(), SPNG_CRC_USE, SPNG_CRC_DISCARD);
         }
         if (const int error = spng_decode_image(context_.get(), nullptr, 0, info_->decodeFormat,
                                                 DecodeFlags() | SPNG_DECODE_PROGRESSIVE);
@@ -203,8 +265,13 @@ private:
     std::size_t decodedRowBytes_ = 0;
     SpngContext context_;
     std::uint32_t nextRow_ = 0;
+    // The first row the file does not hold, once a decode ran into its end.
+    std::uint32_t cutAt_ = std::numeric_limits<std::uint32_t>::max();
     std::vector<std::uint8_t> row_;
     std::vector<std::uint8_t> image_;
+    // A file cut inside its image data, mended for a sequential decode of what it holds.
+    std::vector<std::uint8_t> mended_;
+    bool mendChecked_ = false;
 };
 
 }  // namespace

@@ -315,10 +315,21 @@ std::size_t FindChunk(const Bytes& png, const char* type) {
 
 class PngTruncated : public testing::TestWithParam<bool> {};
 
-TEST_P(PngTruncated, FailsCleanlyAtEveryLength) {
-    const Bytes png = Encode(MakeImage(64, 40, 6, 8), GetParam(), {});
+TEST_P(PngTruncated, CutFilesFailOrShowTheRowsTheyHold) {
+    const bool interlaced = GetParam();
+    const Bytes png = Encode(MakeImage(64, 40, 6, 8), interlaced, {});
     const std::size_t idat = FindChunk(png, "IDAT");
     const std::size_t iend = FindChunk(png, "IEND");
+    constexpr std::size_t kStride = 256;
+    Bytes whole(kStride * 40);
+    {
+        std::unique_ptr<Decoder> decoder;
+        ASSERT_EQ(PngDecoderInfo().create(FileBytes::FromMemory(png), decoder), S_OK);
+        std::unique_ptr<BitmapFrame> frame;
+        ASSERT_EQ(decoder->GetFrame(0, frame), S_OK);
+        ASSERT_EQ(frame->CopyAll(kStride, std::as_writable_bytes(std::span(whole))), S_OK);
+    }
+    int partial = 0;
     for (std::size_t length = 0; length < png.size(); length += 5) {
         const Bytes cut(png.begin(), png.begin() + length);
         std::unique_ptr<Decoder> decoder;
@@ -331,12 +342,49 @@ TEST_P(PngTruncated, FailsCleanlyAtEveryLength) {
         ASSERT_EQ(created, S_OK) << length;
         std::unique_ptr<BitmapFrame> frame;
         ASSERT_EQ(decoder->GetFrame(0, frame), S_OK);
-        Bytes pixels(64 * 40 * 4);
-        const Result copied = frame->CopyAll(256, std::as_writable_bytes(std::span(pixels)));
-        // The image data ends before IEND; a cut inside it cannot decode.
-        if (length < iend - 4) {
-            EXPECT_TRUE(copied.Failed()) << length;
+        Bytes pixels(kStride * 40, 0xAB);
+        const Result copied = frame->CopyAll(kStride, std::as_writable_bytes(std::span(pixels)));
+        if (length >= iend - 4) {
+            continue;
         }
+        // An interlaced picture needs all of its data; a sequential one shows its top rows
+        // and leaves the rest transparent.
+        if (copied == S_OK) {
+            // Only the checksums were cut off: every row is there.
+            EXPECT_FALSE(interlaced) << length;
+            EXPECT_EQ(pixels, whole) << length;
+            continue;
+        }
+        if (interlaced || copied != S_FALSE) {
+            EXPECT_TRUE(copied.Failed()) << length;
+            continue;
+        }
+        ++partial;
+        std::size_t row = 0;
+        while (row < 40 &&
+               std::equal(pixels.begin() + row * kStride, pixels.begin() + (row + 1) * kStride,
+                          whole.begin() + row * kStride)) {
+            ++row;
+        }
+        EXPECT_GT(row, 0u) << length;
+        for (std::size_t rest = row; rest < 40; ++rest) {
+            EXPECT_TRUE(std::all_of(pixels.begin() + rest * kStride,
+                                    pixels.begin() + (rest + 1) * kStride,
+                                    [](std::uint8_t b) { return b == 0; }))
+                << "row " << rest << " of a file cut at " << length;
+        }
+        // A second copy of the rows past the cut gives the same, without a decode.
+        Bytes tail(kStride, 0xAB);
+        if (row < 39) {
+            EXPECT_EQ(
+                frame->CopyPixels({0, 39, 64, 1}, kStride, std::as_writable_bytes(std::span(tail))),
+                S_FALSE);
+            EXPECT_TRUE(
+                std::all_of(tail.begin(), tail.end(), [](std::uint8_t b) { return b == 0; }));
+        }
+    }
+    if (!interlaced) {
+        EXPECT_GT(partial, 0);
     }
 }
 
