@@ -8,18 +8,12 @@
 
 #include <cstdint>
 
+#include "settings/placement.h"
+
 namespace orvanta::display {
 
-struct ViewRect {
-    int left = 0;
-    int top = 0;
-    int right = 0;
-    int bottom = 0;
-
-    int Width() const { return right - left; }
-    int Height() const { return bottom - top; }
-    friend bool operator==(const ViewRect&, const ViewRect&) = default;
-};
+// Client and picture rectangles: left and top inside, right and bottom outside.
+using ViewRect = settings::Rect;
 
 struct ViewPoint {
     int x = 0;

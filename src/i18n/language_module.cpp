@@ -4,6 +4,9 @@
 #include <cctype>
 #include <charconv>
 
+#include "platform/text/trim.h"
+#include "platform/text/unicode.h"
+
 namespace orvanta::i18n {
 namespace {
 
@@ -11,29 +14,6 @@ constexpr std::array<std::string_view, 19> kNamedKeys = {
     "Left",   "Right", "Up",        "Down",  "PageUp", "PageDown", "Home",
     "End",    "Space", "Backspace", "Tab",   "Enter",  "Escape",   "Insert",
     "Delete", "Plus",  "Minus",     "Comma", "Period"};
-
-bool EqualsAsciiNoCase(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        if (std::tolower(static_cast<unsigned char>(a[i])) !=
-            std::tolower(static_cast<unsigned char>(b[i]))) {
-            return false;
-        }
-    }
-    return true;
-}
-
-std::string_view Trim(std::string_view s) {
-    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) {
-        s.remove_prefix(1);
-    }
-    while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) {
-        s.remove_suffix(1);
-    }
-    return s;
-}
 
 // A decimal id 0..65535 at the start of `s`; advances past it.
 std::optional<int> TakeId(std::string_view& s) {
@@ -122,10 +102,10 @@ std::optional<Accelerator> ParseKeyCombination(std::string_view text, std::strin
             break;
         }
         std::string_view word = text.substr(0, plus);
-        std::uint8_t bit = EqualsAsciiNoCase(word, "Ctrl")    ? kCtrl
-                           : EqualsAsciiNoCase(word, "Shift") ? kShift
-                           : EqualsAsciiNoCase(word, "Alt")   ? kAlt
-                                                              : 0;
+        std::uint8_t bit = text::EqualsNoCase(word, "Ctrl")    ? kCtrl
+                           : text::EqualsNoCase(word, "Shift") ? kShift
+                           : text::EqualsNoCase(word, "Alt")   ? kAlt
+                                                               : 0;
         if (bit == 0) {
             why = "unknown modifier \"" + std::string(word) + "\" (Ctrl, Shift or Alt)";
             return std::nullopt;
@@ -159,11 +139,11 @@ std::optional<std::string> CanonicalKeyName(std::string_view name) {
         return std::nullopt;
     }
     for (std::string_view known : kNamedKeys) {
-        if (EqualsAsciiNoCase(name, known)) {
+        if (text::EqualsNoCase(name, known)) {
             return std::string(known);
         }
     }
-    if (name.size() == 4 && EqualsAsciiNoCase(name.substr(0, 3), "Num") && name[3] >= '0' &&
+    if (name.size() == 4 && text::EqualsNoCase(name.substr(0, 3), "Num") && name[3] >= '0' &&
         name[3] <= '9') {
         return "Num" + std::string(1, name[3]);
     }
@@ -214,7 +194,7 @@ std::optional<LanguageModule> LanguageModule::Parse(std::string_view text, Parse
         if (end == std::string_view::npos) {
             end = text.size();
         }
-        std::string_view line = Trim(text.substr(pos, end - pos));
+        std::string_view line = text::TrimBlanks(text.substr(pos, end - pos));
         pos = end + 1;
         ++lineNumber;
         if (line.empty() || line.front() == '#') {
@@ -230,11 +210,12 @@ std::optional<LanguageModule> LanguageModule::Parse(std::string_view text, Parse
             if (line.back() != ']') {
                 return fail("a section header ends with ']'");
             }
-            std::string_view header = Trim(line.substr(1, line.size() - 2));
+            std::string_view header = text::TrimBlanks(line.substr(1, line.size() - 2));
             std::size_t blank = header.find(' ');
             std::string_view kind = header.substr(0, blank);
-            std::string_view rest =
-                blank == std::string_view::npos ? std::string_view() : Trim(header.substr(blank));
+            std::string_view rest = blank == std::string_view::npos
+                                        ? std::string_view()
+                                        : text::TrimBlanks(header.substr(blank));
             if (kind == "strings" && rest.empty()) {
                 section = Section::Strings;
                 continue;
@@ -281,16 +262,16 @@ std::optional<LanguageModule> LanguageModule::Parse(std::string_view text, Parse
                 if (!id) {
                     return fail("a string line starts with its id (0..65535)");
                 }
-                line = Trim(line);
+                line = text::TrimBlanks(line);
                 if (line.empty() || line.front() != '=') {
                     return fail("'=' expected after the id");
                 }
-                line = Trim(line.substr(1));
+                line = text::TrimBlanks(line.substr(1));
                 auto value = TakeQuoted(line, why);
                 if (!value) {
                     return fail(why);
                 }
-                if (!Trim(line).empty()) {
+                if (!text::TrimBlanks(line).empty()) {
                     return fail("unexpected text after the closing quote");
                 }
                 if (!module.strings_.emplace(*id, std::move(*value)).second) {
@@ -301,8 +282,9 @@ std::optional<LanguageModule> LanguageModule::Parse(std::string_view text, Parse
             case Section::Menu: {
                 std::size_t blank = line.find_first_of(" \t");
                 std::string_view word = line.substr(0, blank);
-                std::string_view rest =
-                    blank == std::string_view::npos ? std::string_view() : Trim(line.substr(blank));
+                std::string_view rest = blank == std::string_view::npos
+                                            ? std::string_view()
+                                            : text::TrimBlanks(line.substr(blank));
                 if (word == "end") {
                     if (menuStack.size() <= 1) {
                         return fail("\"end\" without an open popup");
@@ -323,7 +305,7 @@ std::optional<LanguageModule> LanguageModule::Parse(std::string_view text, Parse
                     if (!id) {
                         return fail("\"item\" is followed by its command id");
                     }
-                    rest = Trim(rest);
+                    rest = text::TrimBlanks(rest);
                     auto title = TakeQuoted(rest, why);
                     if (!title) {
                         return fail(why);
@@ -340,11 +322,11 @@ std::optional<LanguageModule> LanguageModule::Parse(std::string_view text, Parse
                 if (eq == std::string_view::npos) {
                     return fail("an accelerator line reads KEYS = COMMAND");
                 }
-                auto acc = ParseKeyCombination(Trim(line.substr(0, eq)), why);
+                auto acc = ParseKeyCombination(text::TrimBlanks(line.substr(0, eq)), why);
                 if (!acc) {
                     return fail(why);
                 }
-                std::string_view rest = Trim(line.substr(eq + 1));
+                std::string_view rest = text::TrimBlanks(line.substr(eq + 1));
                 auto command = TakeId(rest);
                 if (!command || !rest.empty()) {
                     return fail("the command after '=' must be a number");
