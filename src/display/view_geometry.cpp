@@ -216,11 +216,17 @@ void ViewGeometry::BeginHoldZoom(ViewPoint c) {
         return;  // the toggled actual size keeps its pan
     }
     savedDestination_ = destination_;
+    PanAboutCursor(destination_, c);
+}
+
+// Actual size about the cursor: the picture point under `c` in `reference` (the fitted
+// rectangle) stays under it.
+void ViewGeometry::PanAboutCursor(const ViewRect& reference, ViewPoint c) {
     double rx = 1.0;
     double ry = 1.0;
-    Ratios(destination_, rx, ry);
-    double dx = c.x - Centre(destination_.left, destination_.right);
-    double dy = c.y - Centre(destination_.top, destination_.bottom);
+    Ratios(reference, rx, ry);
+    double dx = c.x - Centre(reference.left, reference.right);
+    double dy = c.y - Centre(reference.top, reference.bottom);
     panX_ = static_cast<int>(std::trunc(dx * rx) - dx);
     panY_ = static_cast<int>(std::trunc(dy * ry) - dy);
 }
@@ -261,7 +267,7 @@ void ViewGeometry::BeginMagnifier(ViewPoint c) {
     panY_ = static_cast<int>(std::trunc(dy * ry - dy / k));
 }
 
-void ViewGeometry::EndMagnifier(bool leftButtonDown) {
+void ViewGeometry::EndMagnifier(bool leftButtonDown, ViewPoint anchor) {
     if (magnifierPercent_ == 0) {
         return;
     }
@@ -272,7 +278,12 @@ void ViewGeometry::EndMagnifier(bool leftButtonDown) {
     if (holdZoom_) {
         destination_ = savedDestination_;
     }
-    if (!actualSizeMode_ && !holdZoom_) {
+    if (actualSizeMode_) {
+        return;  // the toggled actual size keeps the pan the magnifier left
+    }
+    if (holdZoom_) {
+        PanAboutCursor(savedDestination_, anchor);
+    } else {
         panX_ = 0;
         panY_ = 0;
     }

@@ -72,9 +72,11 @@ public:
     void BeginHoldZoom(ViewPoint cursor);
     void EndHoldZoom();
     // The right button went down at `cursor`: the magnifier while held (only when the
-    // magnifier percentage is not 0). `leftButtonDown` is read when the right button rises.
+    // magnifier percentage is not 0).
     void BeginMagnifier(ViewPoint cursor);
-    void EndMagnifier(bool leftButtonDown);
+    // The right button rose; `leftButtonDown` tells whether the left button still holds
+    // actual size, which then takes over again about `anchor`, where the drag began.
+    void EndMagnifier(bool leftButtonDown, ViewPoint anchor);
 
     // A drag step: the cursor moved by (dx, dy) client pixels since the anchor.
     void Drag(int dx, int dy, double acceleration, bool shift, bool inverted);
@@ -98,6 +100,7 @@ private:
     bool MagnifierOn() const { return magnifierActive_ && magnifierPercent_ != 0; }
     void ApplyPan(ViewRect& source, bool wider, bool taller);
     void Ratios(const ViewRect& reference, double& rx, double& ry) const;
+    void PanAboutCursor(const ViewRect& reference, ViewPoint cursor);
 
     int width_ = 0;
     int height_ = 0;

@@ -219,8 +219,36 @@ TEST(ViewGeometry, MagnifierScalesAroundTheCursor) {
     double py = (cursor.y - fit.destination.top) * 2.0;
     EXPECT_NEAR(magnified.source.left + (cursor.x - magnified.destination.left) / 2.0, px, 1.0);
     EXPECT_NEAR(magnified.source.top + (cursor.y - magnified.destination.top) / 2.0, py, 1.0);
-    view.EndMagnifier(false);
+    view.EndMagnifier(false, cursor);
     EXPECT_EQ(view.ComputeLayout(kClient), fit);
+}
+
+TEST(ViewGeometry, MagnifierOverHeldActualSizeReturnsToIt) {
+    ViewGeometry view;
+    view.SetOptions(400, false);
+    view.SetPicture(4000, 3000, false);
+    view.ComputeLayout(kClient);
+    ViewPoint anchor{600, 150};
+    view.BeginHoldZoom(anchor);
+    Layout held = view.ComputeLayout(kClient);
+    int heldPanX = view.PanX();
+    int heldPanY = view.PanY();
+
+    // The magnifier over the held actual size zooms about the same picture point...
+    view.BeginMagnifier(anchor);
+    Layout magnified = view.ComputeLayout(kClient);
+    EXPECT_EQ(magnified.zoomPercent, 400);
+    double px = held.source.left + (anchor.x - held.destination.left);
+    EXPECT_NEAR(magnified.source.left + (anchor.x - magnified.destination.left) / 4.0, px, 1.0);
+
+    // ...and releasing it with the left button still down goes back to the held view.
+    view.EndMagnifier(true, anchor);
+    EXPECT_TRUE(view.HoldZoom());
+    EXPECT_EQ(view.PanX(), heldPanX);
+    EXPECT_EQ(view.PanY(), heldPanY);
+    EXPECT_EQ(view.ComputeLayout(kClient), held);
+    view.EndHoldZoom();
+    EXPECT_FALSE(view.Zoomed());
 }
 
 TEST(ViewGeometry, MagnifierOnASmallPictureCentresItWithoutPan) {
