@@ -1,5 +1,6 @@
 #include "app/single_instance.h"
 
+#include <cerrno>
 #include <cstdlib>
 
 #include <QDir>

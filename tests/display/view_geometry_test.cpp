@@ -1,6 +1,7 @@
 #include "display/view_geometry.h"
 
 #include <cmath>
+#include <ostream>
 
 #include <gtest/gtest.h>
 
@@ -23,6 +24,10 @@ struct FitCase {
     ViewRect expected;
     int zoom;
 };
+
+void PrintTo(const FitCase& c, std::ostream* os) {
+    *os << c.sw << "x" << c.sh << " into " << c.bounds.Width() << "x" << c.bounds.Height();
+}
 
 class AspectFitCases : public testing::TestWithParam<FitCase> {};
 

@@ -80,6 +80,10 @@ struct BadModule {
     const char* words;  // part of the message
 };
 
+void PrintTo(const BadModule& bad, std::ostream* os) {
+    *os << "expecting \"" << bad.words << "\"";
+}
+
 class LanguageModuleErrors : public testing::TestWithParam<BadModule> {};
 
 TEST_P(LanguageModuleErrors, NameTheLineAndTheFault) {
