@@ -154,44 +154,27 @@ Layout ViewGeometry::ComputeLayout(const ViewRect& client) {
 }
 
 void ViewGeometry::ApplyPan(ViewRect& s, bool wider, bool taller) {
-    if (!wider) {
-        panX_ = 0;
-    }
-    if (!taller) {
-        panY_ = 0;
-    }
-    s.left += panX_;
-    s.right += panX_;
-    s.top += panY_;
-    s.bottom += panY_;
-    if (panX_ != 0 && wider) {
-        if (s.left < 0) {
-            int shift = -s.left;
-            panX_ += shift;
-            s.left += shift;
-            s.right += shift;
+    // One axis: move the source by the pan, then push it back inside the picture and take
+    // the push into the pan, so that a drag beyond the edge is absorbed.
+    auto axis = [](int& low, int& high, int& pan, bool larger, int limit) {
+        if (!larger) {
+            pan = 0;
         }
-        if (s.right > width_) {
-            int shift = width_ - s.right;
-            panX_ += shift;
-            s.left += shift;
-            s.right += shift;
+        low += pan;
+        high += pan;
+        if (pan == 0 || !larger) {
+            return;
         }
-    }
-    if (panY_ != 0 && taller) {
-        if (s.top < 0) {
-            int shift = -s.top;
-            panY_ += shift;
-            s.top += shift;
-            s.bottom += shift;
+        int shift = low < 0 ? -low : 0;
+        if (high + shift > limit) {
+            shift = limit - high;
         }
-        if (s.bottom > height_) {
-            int shift = height_ - s.bottom;
-            panY_ += shift;
-            s.top += shift;
-            s.bottom += shift;
-        }
-    }
+        pan += shift;
+        low += shift;
+        high += shift;
+    };
+    axis(s.left, s.right, panX_, wider, width_);
+    axis(s.top, s.bottom, panY_, taller, height_);
 }
 
 void ViewGeometry::Ratios(const ViewRect& reference, double& rx, double& ry) const {

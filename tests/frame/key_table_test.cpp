@@ -1,10 +1,10 @@
 #include "frame/key_table.h"
 
-#include <fstream>
 #include <set>
-#include <sstream>
 
 #include <gtest/gtest.h>
+
+#include "support/english_module.h"
 
 namespace orvanta::frame {
 namespace {
@@ -29,13 +29,7 @@ TEST(KeyTable, AcceleratorsBecomeKeySequences) {
 }
 
 TEST(KeyTable, EveryKeyOfTheEnglishModuleIsDistinct) {
-    std::ifstream in(std::string(ORVANTA_SOURCE_DIR) + "/lang/orvanta.ENU.lang");
-    std::stringstream content;
-    content << in.rdbuf();
-    i18n::ParseError error;
-    auto module = i18n::LanguageModule::Parse(content.str(), error);
-    ASSERT_TRUE(module) << error.ToString();
-    const auto* table = module->FindAccelerators(102);
+    const auto* table = test::EnglishModule().FindAccelerators(102);
     ASSERT_NE(table, nullptr);
     std::vector<Shortcut> shortcuts = Shortcuts(*table);
     EXPECT_EQ(shortcuts.size(), table->size());

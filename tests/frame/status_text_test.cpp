@@ -1,27 +1,15 @@
 #include "frame/status_text.h"
 
-#include <fstream>
-#include <sstream>
-
 #include <gtest/gtest.h>
 
-#include "i18n/language_module.h"
+#include "support/english_module.h"
 
 namespace orvanta::frame {
 namespace {
 
 // The texts of the shipped English module, so that the line reads as users see it.
 std::string English(int id) {
-    static const i18n::LanguageModule module = [] {
-        std::ifstream in(std::string(ORVANTA_SOURCE_DIR) + "/lang/orvanta.ENU.lang");
-        std::stringstream text;
-        text << in.rdbuf();
-        i18n::ParseError error;
-        auto parsed = i18n::LanguageModule::Parse(text.str(), error);
-        EXPECT_TRUE(parsed) << error.ToString();
-        return parsed ? *parsed : i18n::LanguageModule();
-    }();
-    return std::string(module.String(id));
+    return std::string(test::EnglishModule().String(id));
 }
 
 StatusInput Picture() {

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "i18n/language_codes.h"
+#include "support/english_module.h"
 
 namespace orvanta::i18n {
 namespace {
@@ -129,18 +130,6 @@ INSTANTIATE_TEST_SUITE_P(
         BadModule{"[strings]\n100 = \"\xE2\x82\"\n", 0, "UTF-8"},
         BadModule{"# nothing\n[menu 1]\n", 0, "no strings"}));
 
-// The English module that ships with the program.
-fs::path EnglishModulePath() {
-    return fs::path(ORVANTA_SOURCE_DIR) / "lang" / "orvanta.ENU.lang";
-}
-
-LanguageModule EnglishModule() {
-    std::ifstream in(EnglishModulePath(), std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return MustParse(text.str());
-}
-
 // Ids named in the program's sources: the constants of every `string_ids` namespace and
 // every `...TextId` struct.
 std::set<int> StringIdsInSources() {
@@ -169,7 +158,7 @@ std::set<int> StringIdsInSources() {
 }
 
 TEST(EnglishModule, HoldsEveryStringIdTheProgramUses) {
-    LanguageModule english = EnglishModule();
+    const LanguageModule& english = test::EnglishModule();
     std::set<int> ids = StringIdsInSources();
     // The scan must see the ids of both kinds of block.
     ASSERT_TRUE(ids.count(10060));  // string_ids
@@ -182,7 +171,7 @@ TEST(EnglishModule, HoldsEveryStringIdTheProgramUses) {
 }
 
 TEST(EnglishModule, KeysReachTheMarksEditorsAndPictures) {
-    LanguageModule english = EnglishModule();
+    const LanguageModule& english = test::EnglishModule();
     const auto* keys = english.FindAccelerators(102);
     ASSERT_NE(keys, nullptr);
     auto command = [&](std::uint8_t modifiers, const std::string& key) {
