@@ -128,22 +128,20 @@ Layout ViewGeometry::ComputeLayout(const ViewRect& client) {
         layout.zoomPercent = 100;
         ViewRect& s = layout.source;
         ViewRect& d = layout.destination;
-        if (w <= W) {
-            d.left += (W - w) >> 1;
-            d.right = d.left + w;
-            s.right = w;
-        } else {
-            s.left = (w - W) >> 1;
-            s.right = s.left + W;
-        }
-        if (h <= H) {
-            d.top += (H - h) >> 1;
-            d.bottom = d.top + h;
-            s.bottom = h;
-        } else {
-            s.top = (h - H) >> 1;
-            s.bottom = s.top + H;
-        }
+        // One axis at the picture's own size: a picture that fits is centred in the view,
+        // a larger one shows its centre.
+        auto axis = [](int& sLow, int& sHigh, int& dLow, int& dHigh, int size, int view) {
+            if (size <= view) {
+                dLow += (view - size) >> 1;
+                dHigh = dLow + size;
+                sHigh = size;
+            } else {
+                sLow = (size - view) >> 1;
+                sHigh = sLow + view;
+            }
+        };
+        axis(s.left, s.right, d.left, d.right, w, W);
+        axis(s.top, s.bottom, d.top, d.bottom, h, H);
         if (actualSizeMode_ || holdZoom_) {
             ApplyPan(s, w > W, h > H);
         }
