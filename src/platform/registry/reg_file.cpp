@@ -4,6 +4,7 @@
 #include <variant>
 
 #include "platform/result.h"
+#include "platform/text/trim.h"
 #include "platform/text/unicode.h"
 
 namespace orvanta::platform {
@@ -140,16 +141,6 @@ std::string ToUtf8(std::string_view text) {
     return std::string(text);
 }
 
-std::string_view Trim(std::string_view s) {
-    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) {
-        s.remove_prefix(1);
-    }
-    while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) {
-        s.remove_suffix(1);
-    }
-    return s;
-}
-
 // Reads a quoted string at the start of `s`, unescaping \\ and \"; advances past it.
 bool ReadQuoted(std::string_view& s, std::string& out) {
     if (s.empty() || s.front() != '"') {
@@ -188,10 +179,10 @@ bool ParseHex(std::string_view digits, std::uint32_t& value) {
 
 bool ReadHexBytes(std::string_view s, std::vector<std::uint8_t>& out) {
     out.clear();
-    s = Trim(s);
+    s = text::TrimBlanks(s);
     while (!s.empty()) {
         const std::size_t comma = s.find(',');
-        const std::string_view item = Trim(s.substr(0, comma));
+        const std::string_view item = text::TrimBlanks(s.substr(0, comma));
         if (item.size() != 2 && !(item.empty() && comma == std::string_view::npos)) {
             return false;
         }
@@ -260,7 +251,7 @@ long ImportRegText(const std::shared_ptr<RegistryStore>& store, std::string_view
                 end = whole.size();
             }
             ++lineNumber;
-            std::string_view piece = Trim(std::string_view(whole).substr(pos, end - pos));
+            std::string_view piece = text::TrimBlanks(std::string_view(whole).substr(pos, end - pos));
             pos = end + 1;
             // Only binary values wrap; a text value never ends its line with a backslash.
             if (!piece.empty() && piece.back() == '\\' &&
@@ -272,7 +263,7 @@ long ImportRegText(const std::shared_ptr<RegistryStore>& store, std::string_view
             line += piece;
             break;
         }
-        const std::string_view l = Trim(line);
+        const std::string_view l = text::TrimBlanks(line);
         if (l.empty() || l.front() == ';') {
             continue;
         }
@@ -318,11 +309,11 @@ long ImportRegText(const std::shared_ptr<RegistryStore>& store, std::string_view
         } else if (!ReadQuoted(rest, name)) {
             return fail("expected a quoted value name");
         }
-        rest = Trim(rest);
+        rest = text::TrimBlanks(rest);
         if (rest.empty() || rest.front() != '=') {
             return fail("expected '=' after the value name");
         }
-        rest = Trim(rest.substr(1));
+        rest = text::TrimBlanks(rest.substr(1));
         if (rest == "-") {
             actions.emplace_back(DeleteValue{name});
             continue;
@@ -330,7 +321,7 @@ long ImportRegText(const std::shared_ptr<RegistryStore>& store, std::string_view
         SetValue set{name, RegType::Sz, {}};
         if (!rest.empty() && rest.front() == '"') {
             std::string textValue;
-            if (!ReadQuoted(rest, textValue) || !Trim(rest).empty()) {
+            if (!ReadQuoted(rest, textValue) || !text::TrimBlanks(rest).empty()) {
                 return fail("malformed text value");
             }
             set.data = EncodeString(textValue);
