@@ -12,9 +12,9 @@ constexpr std::size_t kCountedPieceBytes = std::size_t{256} << 10;
 
 }  // namespace
 
-ProgressCallback AbortCallback(const std::atomic<bool>& abortFlag) {
+ProgressCallback AbortCallback(const std::atomic<std::uint32_t>& abortFlag) {
     return [&abortFlag](std::uint32_t) {
-        return abortFlag.load(std::memory_order_relaxed) ? E_ABORT : S_OK;
+        return abortFlag.load(std::memory_order_relaxed) != 0 ? E_ABORT : S_OK;
     };
 }
 

@@ -25,8 +25,9 @@ namespace orvanta::decode {
 // Told the percentage done (0..100); S_OK to go on, a failure code to stop with it.
 using ProgressCallback = std::function<Result(std::uint32_t percent)>;
 
-// E_ABORT once `abortFlag` is set, S_OK before. The flag must outlive the callback.
-ProgressCallback AbortCallback(const std::atomic<bool>& abortFlag);
+// E_ABORT once `abortFlag` is non-zero (the entry's abort flag), S_OK before. The flag must
+// outlive the callback.
+ProgressCallback AbortCallback(const std::atomic<std::uint32_t>& abortFlag);
 
 // Rows per band for a copy of `height` rows: the height, halved while above the larger of
 // height / 16 and 512, then rounded up to a multiple of 128. The last band takes the rest.

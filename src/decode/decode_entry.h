@@ -16,6 +16,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -44,9 +45,15 @@ struct DecodeOptions {
     bool autoRotate = true;       // EnableExifAutoRotate
     std::uint32_t downscale = 0;  // DownscaleLargeImages
     ColourSettings colour;        // target profile, monitor, warning gate
+    // WarnOnInvalidProfile: profile warnings for the camera-colour containers (JPEG, TIFF,
+    // HD Photo, raw); other containers never warn.
+    bool warnOnInvalidProfile = true;
     // The raster path composes PNG, GIF and ICO pictures over the view's opaque background.
     bool composeOverBackground = false;
     std::uint32_t background = 0xFF000000;  // 0xAARRGGBB
+    // Told the percentage of rows copied (0 before the first band, 100 at the end) just
+    // before the abort flag is checked; for a progress display. May be empty.
+    std::function<void(std::uint32_t percent)> progress;
 
     // The options the process's settings give, for `outputFormat` and `accelerated`.
     static DecodeOptions FromSettings(imaging::PixelFormat outputFormat, bool accelerated,
@@ -59,6 +66,7 @@ struct DecodeReport {
     std::uint32_t frameCount = 0;
     bool fromPreview = false;  // the raw file's embedded preview was the source
     bool colourTransformed = false;
+    bool truncated = false;  // the file was cut short; the rows it holds are shown
 };
 
 // The pipeline for frame `frameIndex` of `path`. Fills `picture` and `record` (metadata, then

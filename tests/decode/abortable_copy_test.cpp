@@ -22,7 +22,7 @@ public:
         : BitmapSource(size, format, imaging::Access::Sequential) {}
 
     std::vector<PixelRect> requests;
-    std::atomic<bool>* abortAfter = nullptr;
+    std::atomic<std::uint32_t>* abortAfter = nullptr;
     std::int32_t abortAfterRows = 0;
     Result answer = S_OK;
 
@@ -42,7 +42,7 @@ private:
         }
         served_ += rect.height;
         if (abortAfter != nullptr && served_ >= abortAfterRows) {
-            abortAfter->store(true);
+            abortAfter->store(1);
         }
         return answer;
     }
@@ -110,7 +110,7 @@ TEST(AbortableCopy, WithoutCallbackCopiesInOneCall) {
 }
 
 TEST(AbortableCopy, AbortFlagSetDuringTheCopyEndsItAfterThatBand) {
-    std::atomic<bool> abort{false};
+    std::atomic<std::uint32_t> abort{0};
     Copy copy = MakeCopy({8, 2048}, PixelFormat::Bgr32);
     copy.probe->abortAfter = &abort;
     copy.probe->abortAfterRows = 600;  // during the second band
@@ -120,7 +120,7 @@ TEST(AbortableCopy, AbortFlagSetDuringTheCopyEndsItAfterThatBand) {
 }
 
 TEST(AbortableCopy, FailingBeginNotificationCopiesNothing) {
-    std::atomic<bool> abort{true};
+    std::atomic<std::uint32_t> abort{1};
     Copy copy = MakeCopy({8, 64}, PixelFormat::Bgr32);
     copy.source->SetCallback(AbortCallback(abort));
     EXPECT_EQ(CopyAll(copy), E_ABORT);
