@@ -8,8 +8,12 @@
 // 0 before the first band, the percentage of rows done after each band and 100 at the end;
 // a failing answer (E_ABORT) ends the copy with that code.
 //
-// Thread rules: as every source, one thread at a time; the abort flag that AbortCallback()
-// watches may be set from any thread.
+// On a machine with a second core, a large copy hands each piece it has copied to a counting
+// thread of its own and goes on copying the next one, so the counting hides behind the
+// decode; the thread is joined before the copy returns, and the counts are the same.
+//
+// Thread rules: as every source, one thread at a time (the counting thread lives only inside
+// one copy); the abort flag that AbortCallback() watches may be set from any thread.
 #pragma once
 
 #include <atomic>
@@ -39,6 +43,9 @@ public:
     static std::unique_ptr<AbortableSource> Create(std::unique_ptr<imaging::BitmapSource> source);
 
     void SetCallback(ProgressCallback callback) { callback_ = std::move(callback); }
+    // Whether large copies are counted on a second thread; on by default when the machine
+    // has more than one core.
+    void SetCountAside(bool on) { countAside_ = on; }
 
     std::span<const std::uint32_t> Palette() const override { return source_->Palette(); }
 
@@ -53,13 +60,19 @@ private:
 
     Result DoCopyPixels(const imaging::PixelRect& rect, std::size_t stride,
                         std::span<std::byte> out) override;
+    // The copy itself, band by band, with the callback between bands.
+    Result CopyBands(const imaging::PixelRect& rect, std::size_t stride, std::span<std::byte> out);
     // Copies rows [first, first + rows) of `rect` into their place in `out` and counts them.
     Result CopyBand(const imaging::PixelRect& rect, std::int32_t first, std::int32_t rows,
                     std::size_t stride, std::span<std::byte> out);
 
+    class AsideCounter;
+
     std::unique_ptr<imaging::BitmapSource> source_;
     ProgressCallback callback_;
     HistogramBlock counts_;  // raw counts, not yet clamped
+    bool countAside_;
+    AsideCounter* aside_ = nullptr;  // the counting thread of the copy running now, if any
 };
 
 }  // namespace orvanta::decode
