@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "bench_pictures.h"
+#include "bench_timing.h"
 #include "decode/abortable_copy.h"
 #include "decode/decode_entry.h"
 #include "decode/histogram.h"
@@ -28,37 +29,12 @@
 #include "platform/imaging/pixel_buffer.h"
 
 using namespace orvanta;
-using Clock = std::chrono::steady_clock;
+using bench::MedianPair;
+using bench::Pair;
 
 namespace {
 
 constexpr double kLimit = 1.15;
-
-double Milliseconds(const std::function<void()>& work) {
-    const auto start = Clock::now();
-    work();
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-struct Pair {
-    double ours;
-    double reference;
-};
-
-// Medians of `runs` timings of each side, taking turns so that both see the same load.
-Pair MedianPair(int runs, const std::function<void()>& ours,
-                const std::function<void()>& reference) {
-    std::vector<double> a, b;
-    ours();  // warm the pool, the page cache and the code paths once
-    reference();
-    for (int i = 0; i < runs; ++i) {
-        a.push_back(Milliseconds(ours));
-        b.push_back(Milliseconds(reference));
-    }
-    std::sort(a.begin(), a.end());
-    std::sort(b.begin(), b.end());
-    return {a[a.size() / 2], b[b.size() / 2]};
-}
 
 }  // namespace
 

@@ -5,7 +5,8 @@
 // DecodeEntry is the entry-level step around it (abort flag, dropping the old picture,
 // the copy kept in system memory, storing picture and result in the entry).
 //
-// Results: S_OK; S_FALSE when the frame index is not below the file's frame count;
+// Results: S_OK (also for a file cut short, whose rows are shown: DecodeReport::truncated);
+// S_FALSE when the frame index is not below the file's frame count;
 // E_ABORT when the abort flag was seen; E_FAIL when no picture could be made; otherwise the
 // failing step's own code. E_OUTOFMEMORY is the memory-pressure code the cache reacts to.
 //

@@ -10,6 +10,7 @@
 #include "list/picture_entry.h"
 #include "metadata/picture_metadata.h"
 #include "platform/imaging/png_writer.h"
+#include "support/histogram_count.h"
 #include "support/picture_fixtures.h"
 #include "support/temp_folder.h"
 
@@ -18,7 +19,6 @@ namespace {
 
 using imaging::PixelFormat;
 using imaging::PixelSize;
-using metadata::HistogramBlock;
 using metadata::PictureMetadata;
 using metadata::ValidField;
 
@@ -43,37 +43,9 @@ std::array<std::uint8_t, 4> PixelAt(const DecodedPicture& picture, std::uint32_t
     return {p[0], p[1], p[2], p[3]};
 }
 
-// The histogram of 32-bit B, G, R pixels counted the plain way, with bins 0 and 255
-// clamped to the largest of bins 1..254.
-HistogramBlock CountPixels(const DecodedPicture& picture) {
-    HistogramBlock block;
-    for (std::uint32_t y = 0; y < picture.height; ++y) {
-        for (std::uint32_t x = 0; x < picture.width; ++x) {
-            const auto p = PixelAt(picture, x, y);
-            ++block.blue[p[0]];
-            ++block.green[p[1]];
-            ++block.red[p[2]];
-        }
-    }
-    std::array<std::uint32_t, 256>* channels[3] = {&block.red, &block.green, &block.blue};
-    for (int c = 0; c < 3; ++c) {
-        auto& bins = *channels[c];
-        std::uint32_t top = 0;
-        for (int v = 1; v < 255; ++v) {
-            top = std::max(top, bins[v]);
-        }
-        block.maxima[c] = top;
-        bins[0] = std::min(bins[0], top);
-        bins[255] = std::min(bins[255], top);
-    }
-    return block;
-}
-
-void ExpectSameHistogram(const HistogramBlock& a, const HistogramBlock& b) {
-    EXPECT_EQ(a.red, b.red);
-    EXPECT_EQ(a.green, b.green);
-    EXPECT_EQ(a.blue, b.blue);
-    EXPECT_EQ(a.maxima, b.maxima);
+metadata::HistogramBlock CountPixels(const DecodedPicture& picture) {
+    return test::CountBgrxPlainly(picture.pixels.Bytes().data(), picture.pixels.Stride(),
+                                  picture.width, picture.height);
 }
 
 // A PNG of straight B, G, R, A pixels made by `pixel(x, y)`.
@@ -198,7 +170,7 @@ TEST_P(Orientation, TurnsThePictureUprightAndOnlyWhenAsked) {
         }
     }
     // The histogram counts each pixel once, whichever way the picture was turned.
-    ExpectSameHistogram(upright.record.histogram, stored.record.histogram);
+    test::ExpectSameHistogram(upright.record.histogram, stored.record.histogram);
 
     DecodeOptions off;
     off.autoRotate = false;
@@ -288,7 +260,7 @@ TEST(DecodePicture, HistogramCountsTheOutputPixels) {
     const Decoded g = Decode(gradient);
     ASSERT_EQ(g.result, S_OK);
     EXPECT_TRUE(g.record.validFields & ValidField::kHistogram);
-    ExpectSameHistogram(g.record.histogram, CountPixels(g.picture));
+    test::ExpectSameHistogram(g.record.histogram, CountPixels(g.picture));
 
     // Half pure white: bin 255 holds half the pixels but is drawn no higher than the
     // tallest of bins 1..254.
@@ -299,7 +271,7 @@ TEST(DecodePicture, HistogramCountsTheOutputPixels) {
     });
     const Decoded h = Decode(half);
     ASSERT_EQ(h.result, S_OK);
-    ExpectSameHistogram(h.record.histogram, CountPixels(h.picture));
+    test::ExpectSameHistogram(h.record.histogram, CountPixels(h.picture));
     EXPECT_EQ(h.record.histogram.red[255], h.record.histogram.maxima[0]);
     EXPECT_LT(h.record.histogram.red[255], 128u * 100u);
     EXPECT_GT(h.record.histogram.maxima[0], 0u);
