@@ -382,7 +382,11 @@ Result DecodePicture(const std::filesystem::path& path, std::uint16_t frameIndex
 
 Result DecodeEntry(list::PictureEntry& entry, std::string_view decodeKind,
                    const DecodeOptions& options) {
-    entry.decodeKind = decodeKind;
+    // The list lock guards the kind: a caller that records it under that lock before the
+    // decode finds it unchanged here.
+    if (entry.decodeKind != decodeKind) {
+        entry.decodeKind = decodeKind;
+    }
     if (Aborted(entry.abortFlag)) {
         return E_ABORT;
     }

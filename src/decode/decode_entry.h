@@ -78,7 +78,12 @@ Result DecodePicture(const std::filesystem::path& path, std::uint16_t frameIndex
                      DecodeReport* report = nullptr);
 
 // The entry-level step: decodes `entry` from its file "<base path>.<decodeKind>" and stores
-// the picture, its size, metadata and result in the entry.
+// the picture, its size, metadata and result in the entry. The kind is recorded in the entry
+// when it differs; since the list lock guards it, the caller records it under that lock first.
+// With the abort flag set, returns E_ABORT and changes nothing else. The raster path drops
+// the picture and any system-memory copy and decodes unless the last result is a failure;
+// the accelerated path takes a system-memory copy back as the picture without decoding, and
+// otherwise decodes unless the last result is a failure other than E_OUTOFMEMORY.
 Result DecodeEntry(list::PictureEntry& entry, std::string_view decodeKind,
                    const DecodeOptions& options);
 

@@ -131,6 +131,78 @@ TEST(DecodePicture, RawPreviewBelow768IsPassedOverForTheFullFrame) {
     EXPECT_EQ(full.picture.pixels.Size(), (PixelSize{full.record.width, full.record.height}));
 }
 
+// The JPEG with `preview` appended after it and listed as its second image in an MPF
+// segment, as cameras store their large previews.
+test::Bytes WithMpfPreview(const test::Bytes& jpeg, const test::Bytes& preview) {
+    test::Bytes tiff = {'I', 'I', 42, 0, 8, 0, 0, 0, 3, 0};
+    const auto put16 = [&](std::uint32_t v) {
+        tiff.push_back(static_cast<std::uint8_t>(v));
+        tiff.push_back(static_cast<std::uint8_t>(v >> 8));
+    };
+    const auto put32 = [&](std::uint32_t v) {
+        put16(v & 0xFFFF);
+        put16(v >> 16);
+    };
+    constexpr std::uint32_t kEntries = 8 + 2 + 3 * 12 + 4;
+    put16(0xB000), put16(7), put32(4), tiff.insert(tiff.end(), {'0', '1', '0', '0'});
+    put16(0xB001), put16(4), put32(1), put32(2);
+    put16(0xB002), put16(7), put32(32), put32(kEntries);
+    put32(0);  // no next directory
+    // Segment: marker, length, "MPF\0", then the block; offsets count from the block.
+    const std::size_t segment = 2 + 2 + 4 + tiff.size() + 32;
+    const std::size_t blockAt = 2 + 2 + 2 + 4;
+    const std::size_t previewAt = 2 + segment + jpeg.size() - 2;
+    put32(0x030000), put32(static_cast<std::uint32_t>(previewAt)), put32(0), put32(0);
+    put32(0x010002), put32(static_cast<std::uint32_t>(preview.size())),
+        put32(static_cast<std::uint32_t>(previewAt - blockAt)), put32(0);
+    test::Bytes out = {0xFF,
+                       0xD8,
+                       0xFF,
+                       0xE2,
+                       static_cast<std::uint8_t>((segment - 2) >> 8),
+                       static_cast<std::uint8_t>(segment - 2),
+                       'M',
+                       'P',
+                       'F',
+                       0};
+    out.insert(out.end(), tiff.begin(), tiff.end());
+    out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
+    out.insert(out.end(), preview.begin(), preview.end());
+    return out;
+}
+
+TEST(DecodePicture, LargePreviewStandsInAndIsTurnedOnlyBesideALandscapeFrame) {
+    test::TempFolder folder;
+    // Stored 1000 x 800, to be shown turned a quarter clockwise.
+    const test::Bytes frame =
+        test::WithMetadata(test::MakeJpeg(1000, 800), {.exif = {{"Exif.Image.Orientation", "6"}}});
+    struct Case {
+        PixelSize preview;
+        bool raw;
+        bool fromPreview;
+        PixelSize shown;
+    };
+    for (const Case& c : {
+             Case{{960, 768}, true, true, {768, 960}},    // landscape beside landscape: turned
+             Case{{768, 960}, true, true, {768, 960}},    // already upright
+             Case{{960, 700}, true, false, {800, 1000}},  // too small: the frame, turned
+             Case{{960, 768}, false, false, {800, 1000}},
+         }) {
+        SCOPED_TRACE(testing::Message()
+                     << c.preview.width << "x" << c.preview.height << (c.raw ? " raw" : ""));
+        const auto path = folder / "shot.jpg";
+        test::WriteFile(path,
+                        WithMpfPreview(frame, test::MakeJpeg(c.preview.width, c.preview.height)));
+        DecodeOptions options;
+        options.raw = c.raw;
+        const Decoded d = Decode(path, options);
+        ASSERT_EQ(d.result, S_OK);
+        EXPECT_EQ(d.report.fromPreview, c.fromPreview);
+        EXPECT_EQ(d.picture.pixels.Size(), c.shown);
+        EXPECT_EQ(d.record.width, 1000u);  // the metadata is the frame's
+    }
+}
+
 // Where the pixel shown at the top left of the upright picture sits in the stored one
 // (w x h), per EXIF orientation.
 struct OrientationCase {
