@@ -1,6 +1,7 @@
 #include "decode/abortable_copy.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -21,6 +22,25 @@ constexpr std::size_t kAsidePieceBytes = std::size_t{1} << 20;
 // Below this many bytes a copy is counted in line: starting a thread would cost more than
 // the counting it takes over.
 constexpr std::size_t kAsideMinimumBytes = std::size_t{4} << 20;
+
+// Copies running in the process: each keeps a core busy, and counting aside takes another.
+std::atomic<unsigned> copiesRunning{0};
+
+// Counts the copies in flight for as long as it lives.
+class RunningCopy {
+public:
+    RunningCopy() : running_(copiesRunning.fetch_add(1, std::memory_order_relaxed) + 1) {}
+    ~RunningCopy() { copiesRunning.fetch_sub(1, std::memory_order_relaxed); }
+    RunningCopy(const RunningCopy&) = delete;
+    RunningCopy& operator=(const RunningCopy&) = delete;
+    // True when the copies in flight with their counting threads fit the machine's cores.
+    bool CoreToSpare() const {
+        return 2 * std::uint64_t{running_} <= std::thread::hardware_concurrency();
+    }
+
+private:
+    unsigned running_;
+};
 
 }  // namespace
 
@@ -115,8 +135,7 @@ std::unique_ptr<AbortableSource> AbortableSource::Create(
 
 AbortableSource::AbortableSource(std::unique_ptr<imaging::BitmapSource> source)
     : BitmapSource(source->Size(), source->Format(), source->GetAccess()),
-      source_(std::move(source)),
-      countAside_(std::thread::hardware_concurrency() > 1) {
+      source_(std::move(source)) {
 }
 
 HistogramBlock AbortableSource::Histogram() const {
@@ -157,8 +176,9 @@ Result AbortableSource::CopyBand(const imaging::PixelRect& rect, std::int32_t fi
 
 Result AbortableSource::DoCopyPixels(const imaging::PixelRect& rect, std::size_t stride,
                                      std::span<std::byte> out) {
+    const RunningCopy running;
     std::unique_ptr<AsideCounter> aside;
-    if (countAside_ && Counts() &&
+    if (countAside_.value_or(running.CoreToSpare()) && Counts() &&
         stride * static_cast<std::size_t>(rect.height) >= kAsideMinimumBytes) {
         try {
             aside = std::make_unique<AsideCounter>(Format(), static_cast<std::uint32_t>(rect.width),

@@ -8,9 +8,9 @@
 // 0 before the first band, the percentage of rows done after each band and 100 at the end;
 // a failing answer (E_ABORT) ends the copy with that code.
 //
-// On a machine with a second core, a large copy hands each piece it has copied to a counting
-// thread of its own and goes on copying the next one, so the counting hides behind the
-// decode; the thread is joined before the copy returns, and the counts are the same.
+// When a core is free, a large copy hands each piece it has copied to a counting thread of
+// its own and goes on copying the next one, so the counting hides behind the decode; the
+// thread is joined before the copy returns, and the counts are the same.
 //
 // Thread rules: as every source, one thread at a time (the counting thread lives only inside
 // one copy); the abort flag that AbortCallback() watches may be set from any thread.
@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "decode/histogram.h"
 #include "platform/imaging/bitmap_source.h"
@@ -43,8 +44,8 @@ public:
     static std::unique_ptr<AbortableSource> Create(std::unique_ptr<imaging::BitmapSource> source);
 
     void SetCallback(ProgressCallback callback) { callback_ = std::move(callback); }
-    // Whether large copies are counted on a second thread; on by default when the machine
-    // has more than one core.
+    // Whether large copies are counted on a second thread. Left unset, they are when the
+    // copies running in the process, each with its counting thread, leave a core for it.
     void SetCountAside(bool on) { countAside_ = on; }
 
     std::span<const std::uint32_t> Palette() const override { return source_->Palette(); }
@@ -71,7 +72,7 @@ private:
     std::unique_ptr<imaging::BitmapSource> source_;
     ProgressCallback callback_;
     HistogramBlock counts_;  // raw counts, not yet clamped
-    bool countAside_;
+    std::optional<bool> countAside_;
     AsideCounter* aside_ = nullptr;  // the counting thread of the copy running now, if any
 };
 
