@@ -64,7 +64,7 @@ std::unique_ptr<BitmapFrame> OpenFrame(const std::vector<std::uint8_t>& file) {
 }
 
 Result CopyBanded(std::unique_ptr<BitmapSource> source, PixelBuffer& buffer) {
-    static std::atomic<bool> abort{false};
+    static std::atomic<std::uint32_t> abort{0};
     auto banded = decode::AbortableSource::Create(std::move(source));
     banded->SetCallback(decode::AbortCallback(abort));
     return banded->CopyAll(buffer.Stride(), buffer.Bytes());

@@ -15,6 +15,7 @@
 #include <turbojpeg.h>
 
 #include "bench_pictures.h"
+#include "bench_timing.h"
 #include "platform/imaging/codecs/codecs.h"
 #include "platform/imaging/format_converter.h"
 #include "platform/imaging/pixel_buffer.h"
@@ -24,7 +25,7 @@ using namespace orvanta;
 using namespace orvanta::imaging;
 using orvanta::bench::EncodeJpeg;
 using orvanta::bench::MakePicture;
-using Clock = std::chrono::steady_clock;
+using orvanta::bench::Pair;
 
 namespace {
 
@@ -50,30 +51,8 @@ std::vector<std::uint8_t> EncodePng(const std::vector<std::uint8_t>& rgb, int w,
     return png;
 }
 
-double Milliseconds(const std::function<void()>& work) {
-    const auto start = Clock::now();
-    work();
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-struct Pair {
-    double ours;
-    double reference;
-};
-
-// Medians of `runs` timings of each side, the two sides taking turns so that both see the
-// same load on the machine.
 Pair MedianPair(const std::function<void()>& ours, const std::function<void()>& reference) {
-    std::vector<double> a, b;
-    ours();  // warm caches, the pool and the code paths once
-    reference();
-    for (int i = 0; i < runs; ++i) {
-        a.push_back(Milliseconds(ours));
-        b.push_back(Milliseconds(reference));
-    }
-    std::sort(a.begin(), a.end());
-    std::sort(b.begin(), b.end());
-    return {a[a.size() / 2], b[b.size() / 2]};
+    return bench::MedianPair(runs, ours, reference);
 }
 
 void Report(const char* what, double ours, double reference, double limit) {

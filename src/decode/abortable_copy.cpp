@@ -1,6 +1,12 @@
 #include "decode/abortable_copy.h"
 
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <system_error>
+#include <thread>
 
 namespace orvanta::decode {
 
@@ -9,12 +15,104 @@ namespace {
 // A band is copied and counted in pieces of about this many bytes, so that the counting
 // finds the rows the source just wrote still in the second-level cache.
 constexpr std::size_t kCountedPieceBytes = std::size_t{256} << 10;
+// Pieces handed to the counting thread: large enough that the hand-over costs nothing next
+// to the counting, small enough that the last piece, whose counting nothing hides, is short
+// and that the thread finds the rows still in the last-level cache.
+constexpr std::size_t kAsidePieceBytes = std::size_t{1} << 20;
+// Below this many bytes a copy is counted in line: starting a thread would cost more than
+// the counting it takes over.
+constexpr std::size_t kAsideMinimumBytes = std::size_t{4} << 20;
+
+// Copies running in the process: each keeps a core busy, and counting aside takes another.
+std::atomic<unsigned> copiesRunning{0};
+
+// Counts the copies in flight for as long as it lives.
+class RunningCopy {
+public:
+    RunningCopy() : running_(copiesRunning.fetch_add(1, std::memory_order_relaxed) + 1) {}
+    ~RunningCopy() { copiesRunning.fetch_sub(1, std::memory_order_relaxed); }
+    RunningCopy(const RunningCopy&) = delete;
+    RunningCopy& operator=(const RunningCopy&) = delete;
+    // True when the copies in flight with their counting threads fit the machine's cores.
+    bool CoreToSpare() const {
+        return 2 * std::uint64_t{running_} <= std::thread::hardware_concurrency();
+    }
+
+private:
+    unsigned running_;
+};
 
 }  // namespace
 
-ProgressCallback AbortCallback(const std::atomic<bool>& abortFlag) {
+// Counts the pieces handed to it, in order, on a thread of its own, into a block of its own.
+class AbortableSource::AsideCounter {
+public:
+    AsideCounter(imaging::PixelFormat format, std::uint32_t width, std::size_t stride)
+        : format_(format), width_(width), stride_(stride), thread_([this] { Count(); }) {}
+    ~AsideCounter() { Finish(); }
+    AsideCounter(const AsideCounter&) = delete;
+    AsideCounter& operator=(const AsideCounter&) = delete;
+
+    // The rows must stay unchanged until Finish() has returned.
+    void Add(const std::byte* rows, std::uint32_t count) {
+        {
+            const std::scoped_lock lock(mutex_);
+            pieces_.push_back({rows, count});
+        }
+        ready_.notify_one();
+    }
+
+    // Waits for every piece to be counted; the counts are then in Counts().
+    void Finish() {
+        if (!thread_.joinable()) {
+            return;
+        }
+        {
+            const std::scoped_lock lock(mutex_);
+            done_ = true;
+        }
+        ready_.notify_one();
+        thread_.join();
+    }
+    const HistogramBlock& Counts() const { return counts_; }
+
+private:
+    struct Piece {
+        const std::byte* rows;
+        std::uint32_t count;
+    };
+
+    void Count() {
+        for (;;) {
+            Piece piece;
+            {
+                std::unique_lock lock(mutex_);
+                ready_.wait(lock, [this] { return done_ || !pieces_.empty(); });
+                if (pieces_.empty()) {
+                    return;
+                }
+                piece = pieces_.front();
+                pieces_.pop_front();
+            }
+            CountRows(format_, piece.rows, stride_, width_, piece.count, counts_);
+        }
+    }
+
+    const imaging::PixelFormat format_;
+    const std::uint32_t width_;
+    const std::size_t stride_;
+    HistogramBlock counts_;  // written by the thread only, read after it was joined
+    // Guards pieces_ and done_; a leaf lock held only to queue or take a piece.
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::deque<Piece> pieces_;
+    bool done_ = false;
+    std::thread thread_;  // last: started once everything it uses is made
+};
+
+ProgressCallback AbortCallback(const std::atomic<std::uint32_t>& abortFlag) {
     return [&abortFlag](std::uint32_t) {
-        return abortFlag.load(std::memory_order_relaxed) ? E_ABORT : S_OK;
+        return abortFlag.load(std::memory_order_relaxed) != 0 ? E_ABORT : S_OK;
     };
 }
 
@@ -49,9 +147,9 @@ HistogramBlock AbortableSource::Histogram() const {
 Result AbortableSource::CopyBand(const imaging::PixelRect& rect, std::int32_t first,
                                  std::int32_t rows, std::size_t stride, std::span<std::byte> out) {
     const std::size_t rowBytes = RowBytes(static_cast<std::uint32_t>(rect.width));
+    const std::size_t pieceBytes = aside_ != nullptr ? kAsidePieceBytes : kCountedPieceBytes;
     const std::int32_t pieceRows =
-        Counts() ? static_cast<std::int32_t>(std::max<std::size_t>(1, kCountedPieceBytes / stride))
-                 : rows;
+        Counts() ? static_cast<std::int32_t>(std::max<std::size_t>(1, pieceBytes / stride)) : rows;
     Result worst = S_OK;
     for (std::int32_t y = first; y < first + rows; y += pieceRows) {
         const std::int32_t count = std::min(pieceRows, first + rows - y);
@@ -66,14 +164,46 @@ Result AbortableSource::CopyBand(const imaging::PixelRect& rect, std::int32_t fi
         if (result != S_OK) {
             worst = result;
         }
-        CountRows(Format(), start, stride, static_cast<std::uint32_t>(rect.width),
-                  static_cast<std::uint32_t>(count), counts_);
+        if (aside_ != nullptr) {
+            aside_->Add(start, static_cast<std::uint32_t>(count));
+        } else {
+            CountRows(Format(), start, stride, static_cast<std::uint32_t>(rect.width),
+                      static_cast<std::uint32_t>(count), counts_);
+        }
     }
     return worst;
 }
 
 Result AbortableSource::DoCopyPixels(const imaging::PixelRect& rect, std::size_t stride,
                                      std::span<std::byte> out) {
+    const RunningCopy running;
+    std::unique_ptr<AsideCounter> aside;
+    if (countAside_.value_or(running.CoreToSpare()) && Counts() &&
+        stride * static_cast<std::size_t>(rect.height) >= kAsideMinimumBytes) {
+        try {
+            aside = std::make_unique<AsideCounter>(Format(), static_cast<std::uint32_t>(rect.width),
+                                                   stride);
+        } catch (const std::system_error&) {
+            // No thread to be had: the copy counts in line.
+        }
+    }
+    aside_ = aside.get();
+    const Result result = CopyBands(rect, stride, out);
+    aside_ = nullptr;
+    if (aside) {
+        aside->Finish();
+        const HistogramBlock& counted = aside->Counts();
+        for (int v = 0; v < 256; ++v) {
+            counts_.red[v] += counted.red[v];
+            counts_.green[v] += counted.green[v];
+            counts_.blue[v] += counted.blue[v];
+        }
+    }
+    return result;
+}
+
+Result AbortableSource::CopyBands(const imaging::PixelRect& rect, std::size_t stride,
+                                  std::span<std::byte> out) {
     if (!callback_) {
         return CopyBand(rect, 0, rect.height, stride, out);
     }

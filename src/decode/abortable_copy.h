@@ -8,14 +8,19 @@
 // 0 before the first band, the percentage of rows done after each band and 100 at the end;
 // a failing answer (E_ABORT) ends the copy with that code.
 //
-// Thread rules: as every source, one thread at a time; the abort flag that AbortCallback()
-// watches may be set from any thread.
+// When a core is free, a large copy hands each piece it has copied to a counting thread of
+// its own and goes on copying the next one, so the counting hides behind the decode; the
+// thread is joined before the copy returns, and the counts are the same.
+//
+// Thread rules: as every source, one thread at a time (the counting thread lives only inside
+// one copy); the abort flag that AbortCallback() watches may be set from any thread.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "decode/histogram.h"
 #include "platform/imaging/bitmap_source.h"
@@ -25,8 +30,9 @@ namespace orvanta::decode {
 // Told the percentage done (0..100); S_OK to go on, a failure code to stop with it.
 using ProgressCallback = std::function<Result(std::uint32_t percent)>;
 
-// E_ABORT once `abortFlag` is set, S_OK before. The flag must outlive the callback.
-ProgressCallback AbortCallback(const std::atomic<bool>& abortFlag);
+// E_ABORT once `abortFlag` is non-zero (the entry's abort flag), S_OK before. The flag must
+// outlive the callback.
+ProgressCallback AbortCallback(const std::atomic<std::uint32_t>& abortFlag);
 
 // Rows per band for a copy of `height` rows: the height, halved while above the larger of
 // height / 16 and 512, then rounded up to a multiple of 128. The last band takes the rest.
@@ -38,6 +44,9 @@ public:
     static std::unique_ptr<AbortableSource> Create(std::unique_ptr<imaging::BitmapSource> source);
 
     void SetCallback(ProgressCallback callback) { callback_ = std::move(callback); }
+    // Whether large copies are counted on a second thread. Left unset, they are when the
+    // copies running in the process, each with its counting thread, leave a core for it.
+    void SetCountAside(bool on) { countAside_ = on; }
 
     std::span<const std::uint32_t> Palette() const override { return source_->Palette(); }
 
@@ -52,13 +61,19 @@ private:
 
     Result DoCopyPixels(const imaging::PixelRect& rect, std::size_t stride,
                         std::span<std::byte> out) override;
+    // The copy itself, band by band, with the callback between bands.
+    Result CopyBands(const imaging::PixelRect& rect, std::size_t stride, std::span<std::byte> out);
     // Copies rows [first, first + rows) of `rect` into their place in `out` and counts them.
     Result CopyBand(const imaging::PixelRect& rect, std::int32_t first, std::int32_t rows,
                     std::size_t stride, std::span<std::byte> out);
 
+    class AsideCounter;
+
     std::unique_ptr<imaging::BitmapSource> source_;
     ProgressCallback callback_;
     HistogramBlock counts_;  // raw counts, not yet clamped
+    std::optional<bool> countAside_;
+    AsideCounter* aside_ = nullptr;  // the counting thread of the copy running now, if any
 };
 
 }  // namespace orvanta::decode

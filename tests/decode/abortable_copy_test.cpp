@@ -22,7 +22,7 @@ public:
         : BitmapSource(size, format, imaging::Access::Sequential) {}
 
     std::vector<PixelRect> requests;
-    std::atomic<bool>* abortAfter = nullptr;
+    std::atomic<std::uint32_t>* abortAfter = nullptr;
     std::int32_t abortAfterRows = 0;
     Result answer = S_OK;
 
@@ -42,7 +42,7 @@ private:
         }
         served_ += rect.height;
         if (abortAfter != nullptr && served_ >= abortAfterRows) {
-            abortAfter->store(true);
+            abortAfter->store(1);
         }
         return answer;
     }
@@ -110,7 +110,7 @@ TEST(AbortableCopy, WithoutCallbackCopiesInOneCall) {
 }
 
 TEST(AbortableCopy, AbortFlagSetDuringTheCopyEndsItAfterThatBand) {
-    std::atomic<bool> abort{false};
+    std::atomic<std::uint32_t> abort{0};
     Copy copy = MakeCopy({8, 2048}, PixelFormat::Bgr32);
     copy.probe->abortAfter = &abort;
     copy.probe->abortAfterRows = 600;  // during the second band
@@ -120,7 +120,7 @@ TEST(AbortableCopy, AbortFlagSetDuringTheCopyEndsItAfterThatBand) {
 }
 
 TEST(AbortableCopy, FailingBeginNotificationCopiesNothing) {
-    std::atomic<bool> abort{true};
+    std::atomic<std::uint32_t> abort{1};
     Copy copy = MakeCopy({8, 64}, PixelFormat::Bgr32);
     copy.source->SetCallback(AbortCallback(abort));
     EXPECT_EQ(CopyAll(copy), E_ABORT);
@@ -140,11 +140,15 @@ TEST(AbortableCopy, SourceFailureAndCutShortFileComeThrough) {
     EXPECT_EQ(CopyAll(cut), S_FALSE);
 }
 
-// A picture wide enough that each band is copied and counted in several pieces.
-TEST(AbortableCopy, CountsEveryPixelOnceAcrossBandsAndPieces) {
+// A picture wide enough that each band is copied and counted in several pieces, counted in
+// line and on the counting thread.
+class CountingPlace : public testing::TestWithParam<bool> {};
+
+TEST_P(CountingPlace, CountsEveryPixelOnceAcrossBandsAndPieces) {
     const PixelSize size{20000, 700};
     Copy copy = MakeCopy(size, PixelFormat::Bgr32);
     copy.source->SetCallback([](std::uint32_t) { return S_OK; });
+    copy.source->SetCountAside(GetParam());
     ASSERT_TRUE(copy.source->Counts());
     ASSERT_EQ(CopyAll(copy), S_OK);
     EXPECT_GT(copy.probe->requests.size(), 2u);
@@ -163,6 +167,26 @@ TEST(AbortableCopy, CountsEveryPixelOnceAcrossBandsAndPieces) {
     EXPECT_EQ(actual.green, expected.green);
     EXPECT_EQ(actual.red, expected.red);
     EXPECT_EQ(actual.maxima, expected.maxima);
+}
+
+INSTANTIATE_TEST_SUITE_P(AbortableCopy, CountingPlace, testing::Bool(),
+                         [](const testing::TestParamInfo<bool>& info) {
+                             return info.param ? "Aside" : "InLine";
+                         });
+
+// A copy aborted part-way still joins its counting thread and keeps what it counted.
+TEST(AbortableCopy, AbortedCopyCountedAsideStopsCleanly) {
+    std::atomic<std::uint32_t> abort{0};
+    Copy copy = MakeCopy({4096, 2048}, PixelFormat::Bgr32);
+    copy.probe->abortAfter = &abort;
+    copy.probe->abortAfterRows = 600;
+    copy.source->SetCallback(AbortCallback(abort));
+    copy.source->SetCountAside(true);
+    EXPECT_EQ(CopyAll(copy), E_ABORT);
+    const HistogramBlock counted = copy.source->Histogram();
+    // The two bands copied before the abort (rows 0..1023) are counted: G = 7 in rows 7,
+    // 263, 519 and 775.
+    EXPECT_EQ(counted.green[7], 4096u * 4);
 }
 
 TEST(AbortableCopy, UncountedFormatLeavesHistogramEmpty) {

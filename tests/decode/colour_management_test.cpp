@@ -15,23 +15,7 @@ namespace {
 
 using imaging::PixelFormat;
 using test::Bytes;
-
-// The profile as one APP2 ICC_PROFILE segment right after the JPEG's start marker.
-Bytes WithIccProfile(const Bytes& jpeg, const Bytes& icc) {
-    Bytes segment = {0xFF, 0xE2, 0, 0};
-    const char id[] = "ICC_PROFILE";
-    segment.insert(segment.end(), id, id + sizeof id);  // with its NUL
-    segment.push_back(1);                               // chunk 1 of 1
-    segment.push_back(1);
-    segment.insert(segment.end(), icc.begin(), icc.end());
-    const std::size_t length = segment.size() - 2;
-    segment[2] = static_cast<std::uint8_t>(length >> 8);
-    segment[3] = static_cast<std::uint8_t>(length);
-    Bytes out(jpeg.begin(), jpeg.begin() + 2);
-    out.insert(out.end(), segment.begin(), segment.end());
-    out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
-    return out;
-}
+using test::WithIccProfile;
 
 class Recorder final : public ColourNotices {
 public:

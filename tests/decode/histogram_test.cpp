@@ -8,6 +8,7 @@
 
 #include "platform/imaging/format_converter.h"
 #include "platform/imaging/memory_source.h"
+#include "support/histogram_count.h"
 
 namespace orvanta::decode {
 namespace {
@@ -50,30 +51,8 @@ HistogramBlock IndependentCount(const Picture& picture) {
                         picture.bytes.data() + y * picture.stride, std::size_t{picture.width} * 4);
         }
     }
-    HistogramBlock block;
-    for (std::size_t i = 0; i < bgrx.size(); i += 4) {
-        ++block.blue[static_cast<std::uint8_t>(bgrx[i])];
-        ++block.green[static_cast<std::uint8_t>(bgrx[i + 1])];
-        ++block.red[static_cast<std::uint8_t>(bgrx[i + 2])];
-    }
-    std::array<std::uint32_t, 256>* channels[3] = {&block.red, &block.green, &block.blue};
-    for (int c = 0; c < 3; ++c) {
-        std::uint32_t maximum = 0;
-        for (int v = 1; v <= 254; ++v) {
-            maximum = std::max(maximum, (*channels[c])[v]);
-        }
-        block.maxima[c] = maximum;
-        (*channels[c])[0] = std::min((*channels[c])[0], maximum);
-        (*channels[c])[255] = std::min((*channels[c])[255], maximum);
-    }
-    return block;
-}
-
-void ExpectSameBlock(const HistogramBlock& actual, const HistogramBlock& expected) {
-    EXPECT_EQ(actual.red, expected.red);
-    EXPECT_EQ(actual.green, expected.green);
-    EXPECT_EQ(actual.blue, expected.blue);
-    EXPECT_EQ(actual.maxima, expected.maxima);
+    return test::CountBgrxPlainly(bgrx.data(), std::size_t{picture.width} * 4, picture.width,
+                                  picture.height);
 }
 
 struct Shape {
@@ -96,7 +75,7 @@ TEST_P(HistogramCounting, MatchesAnIndependentCountBandByBand) {
                   shape.width, rows, block);
     }
     FinishHistogram(block);
-    ExpectSameBlock(block, IndependentCount(picture));
+    test::ExpectSameHistogram(block, IndependentCount(picture));
 }
 
 // Widths around the four-pixel step of the counting loop, padded rows, one band or many.

@@ -29,6 +29,9 @@ Bytes MakeTiff(int width, int height);
 Bytes MakeMultiPageTiff(int pages, int width, int height);
 Bytes MakePng(int width, int height);
 
+// The JPEG with `icc` as one APP2 ICC_PROFILE segment right after its start marker.
+Bytes WithIccProfile(const Bytes& jpeg, const Bytes& icc);
+
 // The file with the edits written by exiv2; fails the calling test on an exiv2 error.
 Bytes WithMetadata(const Bytes& file, const MetadataEdits& edits);
 
