@@ -10,6 +10,7 @@ namespace orvanta::decode {
 namespace {
 
 constexpr std::chrono::milliseconds kPollInterval{50};
+constexpr std::chrono::microseconds kFlagInterval{500};
 
 }  // namespace
 
@@ -21,13 +22,19 @@ Result WaitForPicture(list::PictureEntry& entry, const WaitRequest& request,
             notices->Waiting467(entry);
         }
         const auto deadline = std::chrono::steady_clock::now() + request.timeout;
+        auto nextLook = std::chrono::steady_clock::now();
         while (entry.decoding.load() && std::chrono::steady_clock::now() < deadline) {
-            if (request.abortable && !aborted && request.navigationPending &&
-                request.navigationPending() && settings::EnableAbortableImageLoading.On()) {
-                entry.abortFlag.store(1);
-                aborted = true;
+            // The input is looked at every 50 ms; the flag far more often, so that a picture
+            // is shown as soon as it is there rather than at the next look.
+            if (std::chrono::steady_clock::now() >= nextLook) {
+                nextLook += kPollInterval;
+                if (request.abortable && !aborted && request.navigationPending &&
+                    request.navigationPending() && settings::EnableAbortableImageLoading.On()) {
+                    entry.abortFlag.store(1);
+                    aborted = true;
+                }
             }
-            std::this_thread::sleep_for(kPollInterval);
+            std::this_thread::sleep_for(kFlagInterval);
         }
     }
     // The picture is read only once the worker has let go of the entry: its clearing of

@@ -1,6 +1,6 @@
 // The user-interface thread's wait for the picture of an entry that a worker is decoding:
-// polls every 50 ms until the decode ends or the timeout passes, telling the window when
-// the wait starts and ends. With `abortable` and EnableAbortableImageLoading, pending
+// looks at the input every 50 ms until the decode ends or the timeout passes, telling the window
+// when the wait starts and ends. With `abortable` and EnableAbortableImageLoading, pending
 // navigation input (the caller's check; the window looks for wheel and navigation keys in
 // its event queue) aborts the decode, so the user is never held up by a picture they have
 // already moved past.

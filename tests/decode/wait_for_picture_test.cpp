@@ -14,9 +14,13 @@ TEST_F(WaitTest, ReturnsOnceThePictureIsThereWithBothNotices) {
     Open(2, {0, 0}, 1);
     Show(1);
     ASSERT_TRUE(decoder_.WaitRunning("p001"));
-    std::thread release([&] { decoder_.LetGo(); });
-    EXPECT_EQ(WaitForPicture(Entry(1), {}, &notices_), S_OK);
-    release.join();
+    // The decode ends once the wait has begun: at the window's first look at its input.
+    WaitRequest request;
+    request.navigationPending = [&] {
+        decoder_.LetGo();
+        return false;
+    };
+    EXPECT_EQ(WaitForPicture(Entry(1), request, &notices_), S_OK);
     const auto notices = notices_.All();
     ASSERT_EQ(notices.size(), 2u);
     EXPECT_EQ(notices[0].message, 0x467);
