@@ -219,14 +219,15 @@ int Run(std::span<const std::string> args) {
     pictures.WaitUntilScanned(std::chrono::minutes(1));
     sample();
 
-    // The walk starts from the first picture in display order.
+    // The walk goes on from the picture shown first, as the user would (the list wraps
+    // round at its end); steps = the picture shown first, then each move.
     std::vector<double> waits;
     std::vector<Clock::time_point> shown;  // when each step's picture was there
     // The workers after the first start 3 s apart; steps from then on show the pool's
     // steady rate.
     const auto poolStarted = start + std::chrono::milliseconds(3000) *
                                          (cache.WorkerCount() > 0 ? cache.WorkerCount() - 1 : 0);
-    list::PictureEntry* entry = pictures.First();
+    list::PictureEntry* entry = pictures.Current();
     const auto walkStart = Clock::now();
     for (std::uint32_t step = 0; entry != nullptr && step <= options.steps; ++step) {
         if (step != 0) {
