@@ -2,23 +2,39 @@
 // the current entry and the bookmark store. Each default does nothing, so the list works
 // alone (orvanta-cli, tests) and those subsystems override only what they need.
 //
-// Thread rules: Reschedule and Release are called with the list lock held (the cache lock
-// comes after it in the lock order); they must not call back into the list. The bookmark
-// calls run on the thread that opens or removes.
+// Thread rules: Reschedule, Release and Changed are called with the list lock held (the
+// cache lock comes after it in the lock order); they must not call back into the list. The
+// bookmark calls run on the thread that opens or removes.
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 
 namespace orvanta::list {
 
 struct PictureEntry;
 
+// The list as the decode cache sees it while it plans its window around the current entry:
+// lent for the length of one call, with the list lock held.
+class ListWindow {
+public:
+    virtual ~ListWindow() = default;
+    virtual PictureEntry* Current() const = 0;   // none when the list is empty
+    virtual std::uint32_t Position() const = 0;  // 1-based; 0 when the list is empty
+    virtual std::uint32_t Count() const = 0;
+    // A tethered transfer is pending: the window must not wrap round the list's end.
+    virtual bool TransferPending() const = 0;
+    // The entry after `entry` (after the last: the first), or before it (before the first:
+    // the last).
+    virtual PictureEntry* Neighbour(const PictureEntry& entry, bool forward) const = 0;
+};
+
 class DecodeCacheHooks {
 public:
     virtual ~DecodeCacheHooks() = default;
     // After every move, and when the first entry becomes current: re-plan the decode window
-    // around `current` (none when the list is empty).
-    virtual void Reschedule(PictureEntry* /*current*/) {}
+    // around the window's current entry (none when the list is empty).
+    virtual void Reschedule(const ListWindow& /*window*/) {}
     // The entry leaves the list: drop it from the cache. Its decode has already stopped.
     virtual void Release(PictureEntry& /*entry*/) {}
     // The entry's file was written again and its picture dropped: forget what the cache

@@ -28,7 +28,8 @@ PictureList::PictureList(ListServices services)
     : services_(std::move(services)),
       cache_(services_.cache ? services_.cache : &defaultCache_),
       bookmarks_(services_.bookmarks ? services_.bookmarks : &defaultBookmarks_),
-      current_(entries_.end()) {
+      current_(entries_.end()),
+      window_(*this) {
 }
 
 PictureList::~PictureList() {
@@ -161,7 +162,7 @@ bool PictureList::AddFile(const std::filesystem::path& path,
             moved = TakePendingTarget() || moved;
         }
         if (moved) {
-            cache_->Reschedule(current_->get());
+            cache_->Reschedule(window_);
         }
         count = static_cast<std::uint32_t>(entries_.size());
     }
@@ -203,7 +204,7 @@ PictureEntry* PictureList::Next(std::uint32_t steps, bool quiet) {
     {
         std::scoped_lock lock(mutex_);
         if (TakePendingTarget()) {
-            cache_->Reschedule(current_->get());
+            cache_->Reschedule(window_);
             return current_->get();
         }
         const auto count = static_cast<std::uint32_t>(entries_.size());
@@ -231,7 +232,7 @@ PictureEntry* PictureList::Previous(std::uint32_t steps) {
     {
         std::scoped_lock lock(mutex_);
         if (TakePendingTarget()) {
-            cache_->Reschedule(current_->get());
+            cache_->Reschedule(window_);
             return current_->get();
         }
         const auto count = static_cast<std::uint32_t>(entries_.size());
@@ -265,6 +266,33 @@ PictureEntry* PictureList::Last() {
     return entries_.empty()
                ? nullptr
                : MoveTo(std::prev(entries_.end()), static_cast<std::uint32_t>(entries_.size()));
+}
+
+PictureEntry* PictureList::MakeCurrent(const PictureEntry& entry) {
+    std::scoped_lock lock(mutex_);
+    const auto it = entries_.find(&entry);
+    return it == entries_.end() ? nullptr : MoveTo(it, RankOf(it));
+}
+
+void PictureList::VisitWindow(const std::function<void(const ListWindow&)>& visit) const {
+    std::scoped_lock lock(mutex_);
+    visit(window_);
+}
+
+PictureEntry* PictureList::Window::Current() const {
+    return list_.current_ == list_.entries_.end() ? nullptr : list_.current_->get();
+}
+
+PictureEntry* PictureList::Window::Neighbour(const PictureEntry& entry, bool forward) const {
+    auto it = list_.entries_.find(&entry);
+    if (it == list_.entries_.end()) {
+        return nullptr;
+    }
+    if (forward) {
+        ++it;
+        return (it == list_.entries_.end() ? list_.entries_.begin() : it)->get();
+    }
+    return (it == list_.entries_.begin() ? std::prev(list_.entries_.end()) : std::prev(it))->get();
 }
 
 PictureEntry* PictureList::GoTo(std::string_view basePath) {
@@ -311,7 +339,7 @@ bool PictureList::RemoveCurrent() {
         current_ = last;
         position_ = rank;
     }
-    cache_->Reschedule(count == 0 ? nullptr : current_->get());
+    cache_->Reschedule(window_);
     return true;
 }
 
@@ -346,7 +374,7 @@ void PictureList::DropPicture(PictureEntry& entry) {
 PictureEntry* PictureList::MoveTo(OrderedSet::iterator to, std::uint32_t position) {
     current_ = to;
     position_ = position;
-    cache_->Reschedule(to->get());
+    cache_->Reschedule(window_);
     return to->get();
 }
 

@@ -87,6 +87,11 @@ public:
     PictureEntry* First();
     PictureEntry* Last();
     PictureEntry* GoTo(std::string_view basePath);
+    // Makes `entry` current; none when it is not in the list.
+    PictureEntry* MakeCurrent(const PictureEntry& entry);
+    // Calls `visit` with the list lock held and the list lent as the decode cache sees it
+    // (for the cache's own re-planning from a worker thread).
+    void VisitWindow(const std::function<void(const ListWindow&)>& visit) const;
     // Removes the current entry (every frame of a multi-frame file); the one after it
     // becomes current, or the new last one when it was last. False when the list is empty.
     bool RemoveCurrent();
@@ -102,6 +107,22 @@ public:
 
 private:
     using OrderedSet = std::set<std::unique_ptr<PictureEntry>, EntryOrder>;
+
+    // The list lent to the decode cache; every call runs with the list lock held.
+    class Window final : public ListWindow {
+    public:
+        explicit Window(const PictureList& list) : list_(list) {}
+        PictureEntry* Current() const override;
+        std::uint32_t Position() const override { return list_.position_; }
+        std::uint32_t Count() const override {
+            return static_cast<std::uint32_t>(list_.entries_.size());
+        }
+        bool TransferPending() const override { return list_.transferPending_; }
+        PictureEntry* Neighbour(const PictureEntry& entry, bool forward) const override;
+
+    private:
+        const PictureList& list_;
+    };
 
     void FeedLoop(std::stop_token stop);
     void StopThreads();
@@ -135,6 +156,7 @@ private:
     std::string pendingTarget_;  // base path to make current when it arrives
     std::string shownRequest_;   // base path of the file the user asked to show
 
+    Window window_;
     std::atomic<bool> transferPending_{false};
     bool firstOpening_ = true;
     FeedQueue queue_;

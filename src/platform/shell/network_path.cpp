@@ -84,7 +84,11 @@ bool IsNetworkFilesystemType(std::string_view type) {
 }
 
 std::string_view MountTypeFor(std::string_view mountInfo, std::string_view path) {
-    std::string_view best;
+    return MountFor(mountInfo, path).type;
+}
+
+MountRecord MountFor(std::string_view mountInfo, std::string_view path) {
+    MountRecord best;
     std::size_t bestLength = 0;
     bool found = false;
     while (!mountInfo.empty()) {
@@ -105,10 +109,14 @@ std::string_view MountTypeFor(std::string_view mountInfo, std::string_view path)
             continue;
         }
         std::string_view type = line.substr(dash + 3);
-        type = type.substr(0, type.find(' '));
+        const std::size_t typeEnd = type.find(' ');
+        std::string_view source =
+            typeEnd == std::string_view::npos ? std::string_view{} : type.substr(typeEnd + 1);
+        source = source.substr(0, source.find(' '));
+        type = type.substr(0, typeEnd);
         const std::string mountPoint = Unescape(fields[4]);
         if (IsUnder(path, mountPoint) && (!found || mountPoint.size() >= bestLength)) {
-            best = type;
+            best = {type, source};
             bestLength = mountPoint.size();
             found = true;
         }

@@ -20,4 +20,11 @@ bool IsNetworkFilesystemType(std::string_view type);
 // path wins (later lines win a tie, as later mounts hide earlier ones). Empty when none.
 std::string_view MountTypeFor(std::string_view mountInfo, std::string_view path);
 
+// The same mount's type and source ("/dev/sdb1", "server:/export", ...); empty when none.
+struct MountRecord {
+    std::string_view type;
+    std::string_view source;
+};
+MountRecord MountFor(std::string_view mountInfo, std::string_view path);
+
 }  // namespace orvanta::shell

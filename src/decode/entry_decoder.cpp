@@ -1,0 +1,12 @@
+#include "decode/entry_decoder.h"
+
+namespace orvanta::decode {
+
+Result PipelineDecoder::Decode(list::PictureEntry& entry, std::string_view decodeKind, bool raw) {
+    // Read per decode: the user may change EnableICC or the orientation setting at any time.
+    DecodeOptions options = DecodeOptions::FromSettings(outputFormat_, accelerated_, monitor_);
+    options.raw = raw;
+    return DecodeEntry(entry, decodeKind, options);
+}
+
+}  // namespace orvanta::decode
