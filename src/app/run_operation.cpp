@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <QApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QScreen>
@@ -242,8 +243,11 @@ int RunProgram(int argc, char** argv) {
         *connection =
             QObject::connect(view, &display::RasterView::Painted, [view, connection, sinceStart] {
                 if (view->Picture()) {
-                    std::fprintf(stderr, "orvanta: first picture painted %.1f ms after start\n",
-                                 static_cast<double>(sinceStart.nsecsElapsed()) / 1e6);
+                    // The wall-clock time lets a script count from before the process began.
+                    std::fprintf(stderr,
+                                 "orvanta: first picture painted %.1f ms after start, at %lld ms\n",
+                                 static_cast<double>(sinceStart.nsecsElapsed()) / 1e6,
+                                 static_cast<long long>(QDateTime::currentMSecsSinceEpoch()));
                     QObject::disconnect(*connection);
                 }
             });
