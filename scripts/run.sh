@@ -1,24 +1,34 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds a release and runs Orvanta on the folder or files given
-# (or on the bundled sample pictures).
+# Installs what is missing, builds a release and runs Orvanta on the folder or files given,
+# or on a sample shoot made once in build/sample-shoot (a dozen generated photo-like JPEGs
+# beside the bundled samples: PNG, GIF and an EXIF-rotated JPEG). Without a display it runs
+# under xvfb-run, saves screenshots of the start picture and the first pictures and says
+# where they are.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/install-deps.sh"
 build="$top/build/release"
 cmake -S "$top" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DORVANTA_BUILD_TESTS=OFF -DORVANTA_BUILD_BENCH=OFF >/dev/null
-cmake --build "$build"
+    -DORVANTA_BUILD_TESTS=OFF -DORVANTA_BUILD_BENCH=ON >/dev/null
+cmake --build "$build" --target orvanta orvanta-cli navigate_pictures frame_ui_bench -j 2
 
-[ $# -gt 0 ] || set -- "$top/data/samples"
-if [ -x "$build/src/orvanta" ]; then
+if [ $# -eq 0 ]; then
+    shoot="$top/build/sample-shoot"
+    if [ ! -f "$shoot/.made" ]; then
+        mkdir -p "$shoot"
+        "$build/bench/navigate_pictures" "$shoot" 12 12 >/dev/null
+        cp "$top"/data/samples/*.jpg "$top"/data/samples/*.png "$top"/data/samples/*.gif "$shoot/"
+        touch "$shoot/.made"
+    fi
+    set -- "$shoot"
+fi
+if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
     exec "$build/src/orvanta" "$@"
 fi
-# Until the window exists: the folder as the program reads it (entries in display order)
-# and how it decodes each picture.
-if [ -d "$1" ]; then
-    "$build/src/orvanta-cli" list "$1"
-    find "$1" -maxdepth 1 -type f ! -name '*.md' -print0 | sort -z |
-        xargs -0 -r -n1 "$build/src/orvanta-cli" decode || true
-else
-    for file in "$@"; do "$build/src/orvanta-cli" decode "$file" || true; done
-fi
+shots="$top/build/screenshots"
+mkdir -p "$shots"
+folder=$1
+[ -d "$folder" ] || folder=$(dirname "$folder")
+xvfb-run -a -s "-screen 0 1920x1200x24" \
+    "$build/bench/frame_ui_bench" "$folder" --steps 4 --pause 800 --screenshots "$shots"
+echo "no display: screenshots of the window are in $shots (start.png, step0.png ... step3.png)"

@@ -5,18 +5,13 @@
 #include <QWidget>
 #include <gtest/gtest.h>
 
+#include "frame_app.h"
 #include "settings/placement.h"
 
 namespace orvanta::frame {
 namespace {
 
-QApplication& App() {
-    static int argc = 1;
-    static char name[] = "window_placement_test";
-    static char* argv[] = {name, nullptr};
-    static QApplication app(argc, argv);
-    return app;
-}
+using test::App;
 
 TEST(WindowPlacement, RestoresOnScreenAndSavesWhatItRestored) {
     App();

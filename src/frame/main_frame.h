@@ -1,0 +1,135 @@
+// The main frame window: the picture view above the bottom panel (file label, status line,
+// mode indicators), the picture list with its decode cache and workers, the navigation
+// commands reached through the language module's key table, the wheel and the back and
+// forward mouse buttons, opening lists of entries from the command line, a wake-up or a
+// drop, and the closing order that saves the session.
+//
+// Thread rules: a QWidget on the user-interface thread. The list and cache notices arrive on
+// worker threads and are turned into queued calls; the waiting notices come from this thread
+// during a wait and are handled at once.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <QMainWindow>
+#include <QTimer>
+
+#include "decode/decode_cache.h"
+#include "decode/decode_notices.h"
+#include "decode/entry_decoder.h"
+#include "frame/caption_text.h"
+#include "frame/status_text.h"
+#include "list/list_notices.h"
+#include "list/picture_list.h"
+
+class QLabel;
+
+namespace orvanta::display {
+class RasterView;
+}
+
+namespace orvanta::frame {
+
+// Command identifiers of the frame's navigation.
+struct Command {
+    static constexpr int kPrevious = 1005;
+    static constexpr int kNext = 1006;
+    static constexpr int kFirst = 1007;
+    static constexpr int kLast = 1008;
+    static constexpr int kNextTen = 1083;
+    static constexpr int kPreviousTen = 1085;
+    static constexpr int kNextHidingCursor = 1111;
+    static constexpr int kPreviousFile = 1118;
+    static constexpr int kNextFile = 1119;
+    // lParam of kNext for the first picture shown.
+    static constexpr int kFirstPicture = -1;
+};
+
+struct ModeFlags {
+    bool autoMode = false;
+    bool trackMode = false;
+    bool cameraMode = false;
+    std::uint32_t autoInterval = 0;
+};
+
+class MainFrame final : public QMainWindow, public list::ListNotices, public decode::DecodeNotices {
+    Q_OBJECT
+
+public:
+    // `workers` 0: as many as the settings and the processor give.
+    explicit MainFrame(std::uint32_t workers = 0, QWidget* parent = nullptr);
+    ~MainFrame() override;
+
+    // The start picture with texts 10051 and 10050.
+    void ShowStartPicture();
+    // Opens "|"-joined entries: a folder first, or files; false when one was refused.
+    bool OpenList(const std::string& joined);
+    bool OpenFolder(const std::string& folder, const std::string& fileToShow = {});
+    void SetModes(const ModeFlags& modes);
+    // Runs a frame command; `param` carries the internal codes of the navigation commands.
+    void RunCommand(int command, int param = 0, bool fromAccelerator = false);
+
+    list::PictureList& List() { return *list_; }
+    decode::DecodeCache& Cache() { return *cache_; }
+    display::RasterView& View() { return *view_; }
+    QString StatusLineText() const;
+    QString FileLabelText() const;
+    // Called with the time from the command to the paint of its picture.
+    void SetTrace(bool on) { trace_ = on; }
+
+    // ListNotices
+    void ListGrew464(std::uint32_t count, std::uint32_t delay) override;
+    void StatusText46A(int textId) override;
+    void NewShot46B(std::uint32_t count, std::string basePath) override;
+    void EntryRemoved479(const list::PictureEntry& entry) override;
+    void EntryChanged483(const list::PictureEntry& entry) override;
+    void Beep(list::BeepKind kind) override;
+    // DecodeNotices
+    void Waiting467(const list::PictureEntry& entry) override;
+    void WaitOver468(bool abortedWithoutPicture, const list::PictureEntry& entry) override;
+    void MemoryRanOut46F() override;
+    void OutOfMemoryMessage(int textId) override;
+
+signals:
+    // A navigation command's picture was handed to the view (or the error picture).
+    void PictureShown();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+
+private:
+    void BuildShortcuts();
+    void ShowCurrent(list::PictureEntry* entry, bool startTimer6);
+    void RefreshCaptionAndStatus();
+    void ShowPanel();
+
+    decode::PipelineDecoder decoder_;
+    std::unique_ptr<decode::DecodeCache> cache_;
+    std::unique_ptr<list::PictureList> list_;
+    display::RasterView* view_ = nullptr;
+    QWidget* panel_ = nullptr;
+    QLabel* fileLabel_ = nullptr;
+    QLabel* statusLabel_ = nullptr;
+    QLabel* modeLabel_ = nullptr;
+    QTimer timer2_;  // caption and status refresh
+    QTimer timer3_;  // hover over the bottom strip
+    QTimer timer4_;  // a new shot becomes current
+    QTimer timer6_;  // hides the bottom panel
+    CaptionState caption_;
+    ModeFlags modes_;
+    std::string pendingShot_;
+    std::string statusOverride_;
+    bool waiting_ = false;
+    bool trace_ = false;
+    bool closed_ = false;
+};
+
+}  // namespace orvanta::frame
