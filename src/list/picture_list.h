@@ -22,6 +22,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include "list/entry_order.h"
 #include "list/feed_queue.h"
@@ -102,10 +103,30 @@ public:
 
 private:
     using OrderedSet = std::set<std::unique_ptr<PictureEntry>, EntryOrder>;
+    struct Arrival;
+    struct Notice;
+    // Where the previous file of a batch went: in name order the next one usually goes
+    // right after it, which the containers take with a couple of comparisons.
+    struct Hints {
+        std::optional<NameIndex::iterator> name;
+        OrderedSet::iterator entry;
+    };
+    enum class Joined { No, Taken, Ignored, Changed };
 
     void FeedLoop(std::stop_token stop);
+    // Adds the files of a batch from the feed queue: in name order with one lock for all.
+    void AddRecords(std::vector<FileFeedRecord>& records, const std::stop_token& stop);
+    bool AddPath(std::string_view path, std::optional<imaging::FileTime> fileTime, bool userAction);
+    // Parses and checks the file and counts its frames, without the lock; false when it is
+    // not a supported picture.
+    bool Prepare(std::string_view path, bool userAction, Arrival& file) const;
+    void Tell(const std::vector<Notice>& notices) const;
     void StopThreads();
     // With the lock held.
+    Joined Join(const Arrival& file, NameIndex::iterator first, NameIndex::iterator last,
+                std::vector<Notice>& notices);
+    // Joins the file to its base path's entry or inserts its entries; true when taken.
+    bool Place(const Arrival& file, Hints& hints, std::vector<Notice>& notices);
     PictureEntry* MoveTo(OrderedSet::iterator to, std::uint32_t position);
     std::uint32_t RankOf(OrderedSet::iterator it) const;
     PictureEntry* FindBasePath(std::string_view basePath) const;

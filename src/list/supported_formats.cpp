@@ -121,6 +121,17 @@ std::string BuildSupportedPatterns(std::span<const imaging::DecoderInfo> decoder
     return result;
 }
 
+std::string_view BasePathOf(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    const std::size_t start = slash == std::string_view::npos ? 0 : slash + 1;
+    const std::string_view name = path.substr(start);
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos || dot == 0 || name == "..") {
+        return path;
+    }
+    return path.substr(0, start + dot);
+}
+
 bool IsSupported(std::string_view patterns, std::string_view extension, bool multiFrameSupport,
                  bool* mayHoldFrames) {
     if (mayHoldFrames != nullptr) {

@@ -22,6 +22,11 @@ inline constexpr std::string_view kMultiFrameCandidates = ".tif;.tiff;.gif;.djvu
 // decoder always adds ".hdp", an ICO decoder ".cur".
 std::string BuildSupportedPatterns(std::span<const imaging::DecoderInfo> decoders);
 
+// The base path of a full path: all of it before its extension's dot ("/p/a.b.jpg" gives
+// "/p/a.b"). A file name without a dot, or whose only dot leads it (".jpg"), has no
+// extension, as std::filesystem::path::extension() has it; the extension is what follows.
+std::string_view BasePathOf(std::string_view path);
+
 // True when `extension` (with its dot, any case) is one of the patterns. `mayHoldFrames`,
 // when given, says whether the file is to be examined for frames: only when
 // `multiFrameSupport` is on and the extension is a multi-frame candidate.

@@ -131,3 +131,24 @@ TEST(SupportedFormats, CountFramesAsTheDecoderReportsThemElseOne) {
 
 }  // namespace
 }  // namespace orvanta::list
+
+namespace orvanta::list {
+namespace {
+
+class BasePath : public testing::TestWithParam<const char*> {};
+
+// The list cuts names itself rather than parsing each into a path object; the cut must be
+// the one the standard library makes, or siblings would stop joining their entries.
+TEST_P(BasePath, CutsWhereTheStandardExtensionStarts) {
+    const std::string path = GetParam();
+    const std::size_t extension = std::filesystem::path(path).extension().native().size();
+    EXPECT_EQ(BasePathOf(path), path.substr(0, path.size() - extension));
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, BasePath,
+                         testing::Values("/p/a.jpg", "/p/a.b.JPG", "/p/.jpg", "/p/..jpg",
+                                         "/p.d/file", "/p/a.", "/p/..", "/p/.", "a.nef", "a", "/",
+                                         "", "/p/dir/", "/p/\xc3\xa4.tif", "/p/a .jpg"));
+
+}  // namespace
+}  // namespace orvanta::list
