@@ -39,8 +39,21 @@ bool IsDots(const char* name) {
 void SortByBasePath(std::vector<FileFeedRecord>& records, std::vector<FileFeedRecord>& spare) {
     std::vector<std::pair<std::string_view, std::uint32_t>> keys;
     keys.reserve(records.size());
+    // Paths of one folder compare as their names do (the folder ends in a slash, which
+    // starts no number): a batch from one folder is sorted on the names alone.
+    const std::string_view first = records.empty() ? std::string_view{} : records[0].path;
+    const std::size_t folder = first.rfind('/') + 1;
+    bool oneFolder = folder > 0;
     for (std::size_t i = 0; i < records.size(); ++i) {
-        keys.emplace_back(BasePathOf(records[i].path), static_cast<std::uint32_t>(i));
+        const std::string_view base = BasePathOf(records[i].path);
+        oneFolder = oneFolder && base.size() >= folder && base.rfind('/') + 1 == folder &&
+                    base.substr(0, folder) == first.substr(0, folder);
+        keys.emplace_back(base, static_cast<std::uint32_t>(i));
+    }
+    if (oneFolder) {
+        for (auto& key : keys) {
+            key.first.remove_prefix(folder);
+        }
     }
     std::sort(keys.begin(), keys.end(), [](const auto& a, const auto& b) {
         return shell::CompareLogical(a.first, b.first) < 0;

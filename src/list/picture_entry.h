@@ -79,6 +79,11 @@ struct PictureEntry {
     // The embedded metadata writer replaced the file: its next watch notice is ours.
     std::atomic<bool> selfReplaced{false};
 
+    // Entries come from a pool of their own (entry_pool.h); a type derived from this one
+    // is allocated as usual.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* entry, std::size_t size);
+
     const std::string& BasePath() const { return nameLink->first; }
     bool IsFrame() const { return frameIndex != 0 || frameCount != 1; }
 };
