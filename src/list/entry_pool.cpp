@@ -1,12 +1,10 @@
 #include "list/entry_pool.h"
 
-#include <cstdint>
+#include <array>
 #include <mutex>
 #include <new>
 
 #include <sys/mman.h>
-
-#include "list/picture_entry.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
@@ -21,47 +19,48 @@ namespace orvanta::list::entry_pool {
 
 namespace {
 
+constexpr std::size_t kAlignment = alignof(std::max_align_t);
+constexpr std::size_t kClasses = kMaxBytes / kAlignment;
 // Large enough that a big folder takes few calls, small enough that opening a folder of a
 // few pictures does not populate much it will not use.
-constexpr std::size_t kSlabBytes = 512 * 1024;
+constexpr std::size_t kSlabBytes = 256 * 1024;
 
-constexpr std::size_t kAlignment = alignof(std::max_align_t);
-constexpr std::size_t kEntryBytes =
-    (sizeof(PictureEntry) + kAlignment - 1) / kAlignment * kAlignment;
-static_assert(alignof(PictureEntry) <= kAlignment);
-
-struct FreeEntry {
-    FreeEntry* next;
+struct FreeBlock {
+    FreeBlock* next;
 };
 
-// A free entry keeps its link; the sanitizer build treats the rest of it as freed memory,
+// A free block keeps its link; the sanitizer build treats the rest of it as freed memory,
 // so that an entry used after its removal is still caught.
-void MarkFree(FreeEntry* entry) {
-    ORVANTA_POISON(reinterpret_cast<std::byte*>(entry) + sizeof(FreeEntry),
-                   kEntryBytes - sizeof(FreeEntry));
+void MarkFree(FreeBlock* block, std::size_t bytes) {
+    ORVANTA_POISON(reinterpret_cast<std::byte*>(block) + sizeof(FreeBlock),
+                   bytes - sizeof(FreeBlock));
 }
 
 class Pool {
 public:
-    void* Allocate() {
+    void* Allocate(std::size_t bytes) {
+        const std::size_t size = SizeOf(bytes);
         std::scoped_lock lock(mutex_);
-        if (free_ == nullptr) {
-            AddSlab();
+        FreeBlock*& head = free_[size / kAlignment - 1];
+        if (head == nullptr) {
+            AddSlab(head, size);
         }
-        FreeEntry* entry = free_;
-        free_ = entry->next;
-        ORVANTA_UNPOISON(entry, kEntryBytes);
-        ++inUse_;
-        return entry;
+        FreeBlock* block = head;
+        head = block->next;
+        ORVANTA_UNPOISON(block, size);
+        inUse_ += size;
+        return block;
     }
 
-    void Free(void* entry) {
+    void Free(void* block, std::size_t bytes) {
+        const std::size_t size = SizeOf(bytes);
         std::scoped_lock lock(mutex_);
-        auto* freed = static_cast<FreeEntry*>(entry);
-        freed->next = free_;
-        MarkFree(freed);
-        free_ = freed;
-        --inUse_;
+        auto* freed = static_cast<FreeBlock*>(block);
+        FreeBlock*& head = free_[size / kAlignment - 1];
+        freed->next = head;
+        MarkFree(freed, size);
+        head = freed;
+        inUse_ -= size;
     }
 
     std::size_t InUse() const {
@@ -70,24 +69,32 @@ public:
     }
 
 private:
+    static std::size_t SizeOf(std::size_t bytes) {
+        if (bytes == 0 || bytes > kMaxBytes) {
+            throw std::bad_alloc();
+        }
+        return (bytes + kAlignment - 1) / kAlignment * kAlignment;
+    }
+
     // With the lock held.
-    void AddSlab() {
+    static void AddSlab(FreeBlock*& head, std::size_t size) {
         void* slab = mmap(nullptr, kSlabBytes, PROT_READ | PROT_WRITE,
                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
         if (slab == MAP_FAILED) {
             throw std::bad_alloc();
         }
         auto* bytes = static_cast<std::byte*>(slab);
-        for (std::size_t at = 0; at + kEntryBytes <= kSlabBytes; at += kEntryBytes) {
-            auto* entry = reinterpret_cast<FreeEntry*>(bytes + at);
-            entry->next = free_;
-            MarkFree(entry);
-            free_ = entry;
+        // Carved from the end, so that blocks are handed out in address order.
+        for (std::size_t at = kSlabBytes / size * size; at >= size; at -= size) {
+            auto* block = reinterpret_cast<FreeBlock*>(bytes + at - size);
+            block->next = head;
+            MarkFree(block, size);
+            head = block;
         }
     }
 
     mutable std::mutex mutex_;  // guards free_ and inUse_; a leaf lock
-    FreeEntry* free_ = nullptr;
+    std::array<FreeBlock*, kClasses> free_{};
     std::size_t inUse_ = 0;
 };
 
@@ -99,18 +106,18 @@ Pool& TheInstance() {
 
 }  // namespace
 
-void* Allocate() {
-    return TheInstance().Allocate();
+void* Allocate(std::size_t bytes) {
+    return TheInstance().Allocate(bytes);
 }
 
-void Free(void* entry) {
-    if (entry != nullptr) {
-        TheInstance().Free(entry);
+void Free(void* block, std::size_t bytes) {
+    if (block != nullptr) {
+        TheInstance().Free(block, bytes);
     }
 }
 
 std::size_t BytesInUse() {
-    return TheInstance().InUse() * kEntryBytes;
+    return TheInstance().InUse();
 }
 
 }  // namespace orvanta::list::entry_pool

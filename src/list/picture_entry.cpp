@@ -7,12 +7,12 @@
 namespace orvanta::list {
 
 void* PictureEntry::operator new(std::size_t size) {
-    return size == sizeof(PictureEntry) ? entry_pool::Allocate() : ::operator new(size);
+    return size == sizeof(PictureEntry) ? entry_pool::Allocate(size) : ::operator new(size);
 }
 
 void PictureEntry::operator delete(void* entry, std::size_t size) {
     if (size == sizeof(PictureEntry)) {
-        entry_pool::Free(entry);
+        entry_pool::Free(entry, size);
     } else {
         ::operator delete(entry, size);
     }

@@ -102,7 +102,8 @@ public:
     bool Watching() const { return enumerator_.Watching(); }
 
 private:
-    using OrderedSet = std::set<std::unique_ptr<PictureEntry>, EntryOrder>;
+    using OrderedSet = std::set<std::unique_ptr<PictureEntry>, EntryOrder,
+                                entry_pool::PoolAllocator<std::unique_ptr<PictureEntry>>>;
     struct Arrival;
     struct Notice;
     // Where the previous file of a batch went: in name order the next one usually goes
