@@ -67,8 +67,7 @@ bool PictureList::Prepare(std::string_view path, bool userAction, Arrival& file)
     const std::string_view base = BasePathOf(path);
     const std::string_view dotExtension = path.substr(base.size());
     bool mayHoldFrames = false;
-    if (dotExtension.empty() ||
-        !IsSupported(patterns_, dotExtension, multiFrame_, &mayHoldFrames)) {
+    if (!supported_.Contains(dotExtension, multiFrame_, &mayHoldFrames)) {
         return false;
     }
     file.path = path;

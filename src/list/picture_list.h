@@ -30,6 +30,7 @@
 #include "list/list_hooks.h"
 #include "list/list_notices.h"
 #include "list/picture_entry.h"
+#include "list/supported_formats.h"
 #include "platform/imaging/file_time.h"
 #include "platform/registry/registry.h"
 
@@ -152,6 +153,7 @@ private:
     std::filesystem::path folder_;
     bool onNetwork_ = false;
     std::string patterns_;
+    SupportedExtensions supported_;  // patterns_, prepared
     std::uint32_t sortMode_ = 0;
     bool multiFrame_ = false;
     std::string pendingTarget_;  // base path to make current when it arrives

@@ -47,6 +47,7 @@ bool PictureList::OpenFolder(const std::filesystem::path& folder,
         patterns_ = patterns
                         ? std::move(*patterns)
                         : BuildSupportedPatterns(imaging::ComponentList::Instance().Decoders());
+        supported_ = SupportedExtensions(patterns_);
         folder_ = folder;
         onNetwork_ = shell::IsNetworkPath(folder);
         pendingTarget_.clear();

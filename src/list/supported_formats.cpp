@@ -149,6 +149,36 @@ bool IsSupported(std::string_view patterns, std::string_view extension, bool mul
     return supported;
 }
 
+SupportedExtensions::SupportedExtensions(std::string_view patterns) {
+    while (!patterns.empty()) {
+        const std::size_t end = std::min(patterns.find(';'), patterns.size());
+        const std::string_view item = patterns.substr(0, end);
+        if (item.size() > 1 && item.front() == '*') {
+            extensions_.emplace_back(item.substr(1));
+        }
+        patterns.remove_prefix(std::min(end + 1, patterns.size()));
+    }
+    std::sort(extensions_.begin(), extensions_.end());
+}
+
+bool SupportedExtensions::Contains(std::string_view extension, bool multiFrameSupport,
+                                   bool* mayHoldFrames) const {
+    if (mayHoldFrames != nullptr) {
+        *mayHoldFrames = false;
+    }
+    if (extension.size() < 2 || extension.front() != '.') {
+        return false;
+    }
+    const std::string lower = text::LowerAscii(extension);
+    if (!std::binary_search(extensions_.begin(), extensions_.end(), lower)) {
+        return false;
+    }
+    if (multiFrameSupport && mayHoldFrames != nullptr) {
+        *mayHoldFrames = HasItem(kMultiFrameCandidates, lower);
+    }
+    return true;
+}
+
 bool LookUpContainer(const std::filesystem::path& fileName, ContainerChoice& choice) {
     const std::string extension = text::LowerAscii(fileName.extension().string());
     if (extension.size() < 2) {

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/imaging/component_list.h"
 
@@ -32,6 +33,20 @@ std::string_view BasePathOf(std::string_view path);
 // `multiFrameSupport` is on and the extension is a multi-frame candidate.
 bool IsSupported(std::string_view patterns, std::string_view extension,
                  bool multiFrameSupport = false, bool* mayHoldFrames = nullptr);
+
+// IsSupported over one pattern list prepared once, for the feeder that tests every file of
+// a folder: a look-up in the sorted extensions instead of a search of the pattern text.
+// Immutable after construction.
+class SupportedExtensions {
+public:
+    SupportedExtensions() = default;
+    explicit SupportedExtensions(std::string_view patterns);
+    bool Contains(std::string_view extension, bool multiFrameSupport = false,
+                  bool* mayHoldFrames = nullptr) const;
+
+private:
+    std::vector<std::string> extensions_;  // ".jpg" for the item "*.jpg", sorted
+};
 
 struct ContainerChoice {
     imaging::Guid container;

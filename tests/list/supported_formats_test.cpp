@@ -152,3 +152,29 @@ INSTANTIATE_TEST_SUITE_P(Names, BasePath,
 
 }  // namespace
 }  // namespace orvanta::list
+
+namespace orvanta::list {
+namespace {
+
+// The prepared look-up answers as the plain test does, frames included, for lists with
+// odd items in them.
+TEST(SupportedFormats, PreparedExtensionsAnswerAsIsSupported) {
+    for (const char* patterns :
+         {"*.jpeg;*.jpg;*.tif;*.gif;*.png", "*.JPG;*.nef;;*;*.;a.jpg;*jpg;*.tiff", ""}) {
+        const SupportedExtensions prepared(patterns);
+        for (const char* extension :
+             {".jpg", ".JPG", ".Tif", ".tiff", ".nef", ".gif", ".", "", "jpg", ".jpgx", ".a.jpg"}) {
+            for (bool multiFrame : {false, true}) {
+                bool framesPlain = true;
+                bool framesPrepared = true;
+                EXPECT_EQ(prepared.Contains(extension, multiFrame, &framesPrepared),
+                          IsSupported(patterns, extension, multiFrame, &framesPlain))
+                    << patterns << " " << extension;
+                EXPECT_EQ(framesPrepared, framesPlain) << patterns << " " << extension;
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace orvanta::list
