@@ -1,5 +1,5 @@
 // The feed queue between the scan and the feeder: batches come out whole and in order, and
-// drained means every record pushed was dealt with or cleared.
+// drained means every record pushed was dealt with.
 #include "list/feed_queue.h"
 
 #include <string>
@@ -50,27 +50,6 @@ TEST(FeedQueue, BatchesComeOutInOrderAcrossThreads) {
     producer.join();
     EXPECT_TRUE(queue.WaitDrained(std::chrono::steady_clock::now()));
     EXPECT_EQ(queue.Size(), 0u);
-}
-
-TEST(FeedQueue, DrainedOnlyWhenEveryRecordIsDoneOrCleared) {
-    FeedQueue queue;
-    EXPECT_TRUE(queue.WaitDrained(std::chrono::steady_clock::now()));
-    auto batch = Records(0, 5);
-    queue.Push(batch);
-    std::vector<FileFeedRecord> got;
-    EXPECT_EQ(queue.Pop(got, 0, std::chrono::milliseconds(0)), 0u);
-    ASSERT_EQ(queue.Pop(got, 2, std::chrono::milliseconds(0)), 2u);
-    EXPECT_EQ(got[1].path, "1");
-    queue.MarkDone(2);
-    EXPECT_FALSE(queue.WaitDrained(std::chrono::steady_clock::now()));
-    // A feeder waiting for the rest is released by a clear.
-    std::jthread waiter([&queue] {
-        EXPECT_TRUE(queue.WaitDrained(std::chrono::steady_clock::now() + std::chrono::minutes(1)));
-    });
-    queue.Clear();
-    waiter.join();
-    EXPECT_EQ(queue.Pop(got, 8, std::chrono::milliseconds(0)), 0u);
-    EXPECT_EQ(got.size(), 2u);
 }
 
 }  // namespace

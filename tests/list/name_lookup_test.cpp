@@ -91,20 +91,5 @@ INSTANTIATE_TEST_SUITE_P(Orders, FindNamesFrom,
                          testing::Values(Arrival::Sorted, Arrival::Reversed, Arrival::Shuffled,
                                          Arrival::RandomGuess));
 
-TEST(FindNames, EmptyIndexAndGuessesAtTheEnds) {
-    NameIndex index;
-    NameRange found = FindNames(index, "/p/a", index.end());
-    EXPECT_TRUE(found.first == index.end() && found.last == index.end());
-    index.emplace("/p/b", nullptr);
-    index.emplace("/p/b", nullptr);
-    // A guess past the key and one before it.
-    found = FindNames(index, "/p/B", index.end());
-    EXPECT_TRUE(found.first == index.begin() && found.last == index.end());
-    found = FindNames(index, "/p/c", index.begin());
-    EXPECT_TRUE(found.first == index.end() && found.last == index.end());
-    found = FindNames(index, "/p/a", index.end());
-    EXPECT_TRUE(found.first == index.begin() && found.last == index.begin());
-}
-
 }  // namespace
 }  // namespace orvanta::list
