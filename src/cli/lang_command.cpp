@@ -138,7 +138,7 @@ int Choose(std::span<const std::string> args) {
     request.folder =
         i18n::DefaultLanguageFolder(fs::read_symlink("/proc/self/exe", ec).parent_path());
     std::string locale = i18n::MessagesLocale([](const char* name) { return std::getenv(name); });
-    for (std::size_t i = 0; i < args.size(); ++i) {
+    for (std::size_t i = 0; i < args.size(); i += 2) {
         if (i + 1 >= args.size()) {
             return Usage();
         }
@@ -154,7 +154,6 @@ int Choose(std::span<const std::string> args) {
         } else {
             return Usage();
         }
-        ++i;
     }
     request.userCode = i18n::ThreeLetterCodeForLocale(locale);
     request.keys.assign(i18n::BuiltInKeys().begin(), i18n::BuiltInKeys().end());

@@ -1,5 +1,7 @@
 #include "list/feed_queue.h"
 
+#include <algorithm>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -59,20 +61,52 @@ std::optional<FileFeedRecord> FeedQueue::Pop(std::chrono::milliseconds timeout) 
     return record;
 }
 
+std::size_t FeedQueue::Pop(std::vector<FileFeedRecord>& out, std::size_t most,
+                           std::chrono::milliseconds timeout) {
+    if (most == 0 || !available_.try_acquire_for(timeout)) {
+        return 0;
+    }
+    // The rest of the count is taken without waiting: only what is there already.
+    std::size_t counted = 1;
+    while (counted < most && available_.try_acquire()) {
+        ++counted;
+    }
+    std::scoped_lock lock(mutex_);
+    // Clear() may have emptied the queue after the count was taken; a count left over from
+    // cleared records is simply used up here.
+    const std::size_t taken = std::min(counted, records_.size());
+    for (std::size_t i = 0; i < taken; ++i) {
+        out.push_back(std::move(records_.front()));
+        records_.pop_front();
+    }
+    return taken;
+}
+
 void FeedQueue::Clear() {
     std::scoped_lock lock(mutex_);
     done_ += records_.size();
     records_.clear();
+    if (done_ >= pushed_) {
+        drained_.notify_all();
+    }
 }
 
-void FeedQueue::MarkDone() {
+void FeedQueue::MarkDone(std::size_t count) {
     std::scoped_lock lock(mutex_);
-    ++done_;
+    done_ += count;
+    if (done_ >= pushed_) {
+        drained_.notify_all();
+    }
 }
 
 bool FeedQueue::Drained() const {
     std::scoped_lock lock(mutex_);
     return done_ >= pushed_;
+}
+
+bool FeedQueue::WaitDrained(std::chrono::steady_clock::time_point deadline) const {
+    std::unique_lock lock(mutex_);
+    return drained_.wait_until(lock, deadline, [this] { return done_ >= pushed_; });
 }
 
 std::size_t FeedQueue::Size() const {

@@ -4,12 +4,13 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <semaphore>
+#include <string>
 #include <vector>
 
 #include "platform/imaging/file_time.h"
@@ -19,7 +20,9 @@ namespace orvanta::list {
 // One file found. The times are read only when the list's order needs them (the
 // name-order scan reads none); `timesKnown` says whether they were.
 struct FileFeedRecord {
-    std::filesystem::path path;  // canonical full path
+    // Canonical full path. Kept as plain text: the scan makes one per file, and parsing it
+    // into a path object would cost more than reading the directory entry.
+    std::string path;
     std::uint32_t attributes = 0;
     bool timesKnown = false;
     imaging::FileTime creationTime;
@@ -36,6 +39,10 @@ public:
     void Push(std::vector<FileFeedRecord>& records);
     // The oldest record, or none when nothing arrived within `timeout`.
     std::optional<FileFeedRecord> Pop(std::chrono::milliseconds timeout);
+    // Moves up to `most` of the oldest records to the end of `out` with one lock, waiting up
+    // to `timeout` for the first; returns how many were moved (each to be marked done).
+    std::size_t Pop(std::vector<FileFeedRecord>& out, std::size_t most,
+                    std::chrono::milliseconds timeout);
     void Clear();
     // Lets a waiting Pop return at once (with nothing, when the queue is empty), so that a
     // consumer asked to stop need not sit out its timeout.
@@ -43,14 +50,17 @@ public:
     std::size_t Size() const;
     // The consumer calls this when it has dealt with a popped record; Drained() is true
     // when every record pushed has been dealt with or cleared.
-    void MarkDone();
+    void MarkDone(std::size_t count = 1);
     bool Drained() const;
+    // Waits until Drained() or `deadline`; true when drained.
+    bool WaitDrained(std::chrono::steady_clock::time_point deadline) const;
 
 private:
     mutable std::mutex mutex_;  // guards records_ and the counts; a leaf lock
     std::deque<FileFeedRecord> records_;
     std::uint64_t pushed_ = 0;
     std::uint64_t done_ = 0;
+    mutable std::condition_variable drained_;  // signalled when done_ reaches pushed_
     std::counting_semaphore<> available_{0};
 };
 

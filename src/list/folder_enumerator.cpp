@@ -1,5 +1,6 @@
 #include "list/folder_enumerator.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <vector>
@@ -11,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "list/supported_formats.h"
+#include "platform/shell/logical_compare.h"
 #include "platform/shell/network_path.h"
 #include "platform/sync/thread_priority.h"
 
@@ -21,10 +24,46 @@ namespace {
 constexpr std::uint32_t kFileMask = IN_CLOSE_WRITE | IN_MOVED_TO;
 // The watcher wakes this often to see the stop flag.
 constexpr int kPollMilliseconds = 100;
-constexpr std::size_t kBatch = 64;
+// The first batch of a walk is small, so that the first pictures show at once; later ones
+// are larger, so that the feeder is woken rarely and, in name order, a folder's files
+// arrive as one sorted run.
+constexpr std::size_t kFirstBatch = 64;
+constexpr std::size_t kBatch = 1024;
 
 bool IsDots(const char* name) {
     return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
+}
+
+// Sorts by base path in logical order, each base path cut from its record once.
+// `spare` is an empty vector to sort into; it keeps the capacity of the one swapped out.
+void SortByBasePath(std::vector<FileFeedRecord>& records, std::vector<FileFeedRecord>& spare) {
+    std::vector<std::pair<std::string_view, std::uint32_t>> keys;
+    keys.reserve(records.size());
+    // Paths of one folder compare as their names do (the folder ends in a slash, which
+    // starts no number): a batch from one folder is sorted on the names alone.
+    const std::string_view first = records.empty() ? std::string_view{} : records[0].path;
+    const std::size_t folder = first.rfind('/') + 1;
+    bool oneFolder = folder > 0;
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const std::string_view base = BasePathOf(records[i].path);
+        oneFolder = oneFolder && base.size() >= folder && base.rfind('/') + 1 == folder &&
+                    base.substr(0, folder) == first.substr(0, folder);
+        keys.emplace_back(base, static_cast<std::uint32_t>(i));
+    }
+    if (oneFolder) {
+        for (auto& key : keys) {
+            key.first.remove_prefix(folder);
+        }
+    }
+    std::sort(keys.begin(), keys.end(), [](const auto& a, const auto& b) {
+        return shell::CompareLogical(a.first, b.first) < 0;
+    });
+    spare.clear();
+    spare.reserve(records.size());
+    for (const auto& key : keys) {
+        spare.push_back(std::move(records[key.second]));
+    }
+    records.swap(spare);
 }
 
 }  // namespace
@@ -122,7 +161,7 @@ void FolderEnumerator::Stop(bool emptyQueue) {
 void FolderEnumerator::Scan() {
     // Below normal priority, so that decoding the visible pictures wins.
     platform::LowerCurrentThreadPriority();
-    Walk(folder_, false);
+    Walk(folder_.string(), false);
     scanFinished_.Set();
 }
 
@@ -141,28 +180,36 @@ void FolderEnumerator::AddWatch(const std::filesystem::path& folder) {
     }
 }
 
-void FolderEnumerator::Feed(std::filesystem::path path, std::vector<FileFeedRecord>& batch) {
+void FolderEnumerator::Feed(std::string path, Batch& batch) {
     FileFeedRecord record;
     record.path = std::move(path);
     if (options_.readTimes) {
         ReadFileTimes(record);
     }
-    batch.push_back(std::move(record));
-    // Small enough that the first pictures show at once, large enough that the feeder is
-    // woken rarely.
-    if (batch.size() >= kBatch) {
-        queue_.Push(batch);
+    batch.records.push_back(std::move(record));
+    if (batch.records.size() >= batch.size) {
+        Push(batch);
     }
 }
 
-void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnly) {
-    std::vector<FileFeedRecord> batch;
-    Walk(folder, missingOnly, batch);
-    queue_.Push(batch);
+void FolderEnumerator::Push(Batch& batch) {
+    if (batch.records.empty()) {
+        return;
+    }
+    if (options_.nameOrder) {
+        SortByBasePath(batch.records, batch.spare);
+    }
+    queue_.Push(batch.records);
+    batch.size = kBatch;
 }
 
-void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnly,
-                            std::vector<FileFeedRecord>& batch) {
+void FolderEnumerator::Walk(const std::string& folder, bool missingOnly) {
+    Batch batch{{}, {}, kFirstBatch};
+    Walk(folder, missingOnly, batch);
+    Push(batch);
+}
+
+void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& batch) {
     const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         return;  // access denied is skipped silently; other failures end this folder too
@@ -172,9 +219,15 @@ void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnl
         close(fd);
         return;
     }
-    if (watching_ && folder != folder_) {
+    if (watching_ && folder != folder_.native()) {
         AddWatch(folder);
     }
+    // Each file's path is this prefix and its name.
+    std::string path = folder;
+    if (path.empty() || path.back() != '/') {
+        path += '/';
+    }
+    const std::size_t prefix = path.size();
     while (!stop_.load(std::memory_order_relaxed)) {
         const dirent* entry = readdir(dir.get());
         if (entry == nullptr) {
@@ -197,11 +250,13 @@ void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnl
                 type = DT_REG;
             }
         }
+        path.resize(prefix);
+        path += entry->d_name;
         if (type == DT_DIR) {
             if (options_.subFolders) {
                 // What was found before the sub-folder goes first.
-                queue_.Push(batch);
-                Walk(folder / entry->d_name, missingOnly, batch);
+                Push(batch);
+                Walk(path, missingOnly, batch);
             }
             continue;
         }
@@ -211,11 +266,10 @@ void FolderEnumerator::Walk(const std::filesystem::path& folder, bool missingOnl
         if (matcher_ && !matcher_->Matches(entry->d_name)) {
             continue;
         }
-        std::filesystem::path path = folder / entry->d_name;
-        if (missingOnly && options_.isListed && options_.isListed(path)) {
+        if (missingOnly && options_.isListed && options_.isListed(std::filesystem::path(path))) {
             continue;
         }
-        Feed(std::move(path), batch);
+        Feed(path, batch);
     }
 }
 
@@ -263,7 +317,7 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
             if (event->mask & IN_ISDIR) {
                 if (options_.subFolders && (event->mask & (IN_CREATE | IN_MOVED_TO))) {
                     // Files may land in the new folder before its watch does: walk it once.
-                    Walk(folder / name, true);
+                    Walk((folder / name).string(), true);
                 }
                 continue;
             }
@@ -274,7 +328,7 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
                 continue;
             }
             FileFeedRecord record;
-            record.path = folder / name;
+            record.path = (folder / name).string();
             ReadFileTimes(record);
             queue_.Push(std::move(record));
         }

@@ -36,6 +36,10 @@ struct EnumeratorOptions {
     bool noWatching = false;
     bool readTimes = false;  // stat each file (the list is sorted by a time)
     std::string patterns;    // SupportedPatterns; empty: every file
+    // Hand each batch over sorted by base path in logical order, the list's name order, so
+    // that the list can insert each file next to the one before it. The sort runs on the
+    // scan thread, beside the feeder.
+    bool nameOrder = false;
     // With it, an event-queue overflow makes the watcher rescan and feed the files for
     // which this returns false (files the list does not hold yet).
     std::function<bool(const std::filesystem::path&)> isListed;
@@ -59,7 +63,7 @@ public:
 
     // Walks the folder again and feeds the files isListed() does not know: what the watcher
     // does when the kernel's event queue overflowed and events were lost.
-    void FeedMissing() { Walk(folder_, true); }
+    void FeedMissing() { Walk(folder_.string(), true); }
 
     bool ScanFinished() const { return scanFinished_.IsSet(); }
     bool WaitScanFinished(std::chrono::milliseconds timeout) const {
@@ -71,13 +75,19 @@ public:
 private:
     // Walks `folder` depth first, pushing matching files; `missingOnly` pushes only files
     // isListed() does not know. Adds a watch on every directory entered when watching.
-    void Walk(const std::filesystem::path& folder, bool missingOnly);
-    void Walk(const std::filesystem::path& folder, bool missingOnly,
-              std::vector<FileFeedRecord>& batch);
+    void Walk(const std::string& folder, bool missingOnly);
+    // The files found and not yet handed over, and how many make a batch.
+    struct Batch {
+        std::vector<FileFeedRecord> records;
+        std::vector<FileFeedRecord> spare;  // room to sort into
+        std::size_t size;
+    };
+    void Walk(const std::string& folder, bool missingOnly, Batch& batch);
     void Scan();
     void WatchLoop(std::stop_token stop);
     void AddWatch(const std::filesystem::path& folder);
-    void Feed(std::filesystem::path path, std::vector<FileFeedRecord>& batch);
+    void Feed(std::string path, Batch& batch);
+    void Push(Batch& batch);
 
     FeedQueue& queue_;
     std::filesystem::path folder_;

@@ -1,6 +1,22 @@
 #include "list/picture_entry.h"
 
+#include <new>
+
+#include "list/entry_pool.h"
+
 namespace orvanta::list {
+
+void* PictureEntry::operator new(std::size_t size) {
+    return size == sizeof(PictureEntry) ? entry_pool::Allocate(size) : ::operator new(size);
+}
+
+void PictureEntry::operator delete(void* entry, std::size_t size) {
+    if (size == sizeof(PictureEntry)) {
+        entry_pool::Free(entry, size);
+    } else {
+        ::operator delete(entry, size);
+    }
+}
 
 std::string KeyName(const PictureEntry& entry) {
     if (!entry.IsFrame()) {

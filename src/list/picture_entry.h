@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "list/entry_pool.h"
 #include "platform/shell/logical_compare.h"
 
 namespace orvanta::decode {
@@ -33,7 +34,9 @@ struct PictureEntry;
 
 // Base path (full path without extension) to entry, in logical order; the frames of a
 // multi-frame file and same-named files of several multi-frame formats each have a node.
-using NameIndex = std::multimap<std::string, PictureEntry*, shell::LogicalLess>;
+using NameIndex =
+    std::multimap<std::string, PictureEntry*, shell::LogicalLess,
+                  entry_pool::PoolAllocator<std::pair<const std::string, PictureEntry*>>>;
 
 struct CullingMarks {
     std::int32_t rating = -1;  // -1 until read from the file's metadata
@@ -78,6 +81,11 @@ struct PictureEntry {
     std::atomic<bool> stillQueueing{false};
     // The embedded metadata writer replaced the file: its next watch notice is ours.
     std::atomic<bool> selfReplaced{false};
+
+    // Entries come from a pool of their own (entry_pool.h); a type derived from this one
+    // is allocated as usual.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* entry, std::size_t size);
 
     const std::string& BasePath() const { return nameLink->first; }
     bool IsFrame() const { return frameIndex != 0 || frameCount != 1; }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "list/capture_modes.h"
+#include "list/name_lookup.h"
 #include "list/supported_formats.h"
 #include "metadata/date_taken.h"
 #include "platform/text/unicode.h"
@@ -36,144 +37,235 @@ PictureList::~PictureList() {
     StopThreads();
 }
 
+// A file on its way into the list: what is known of it before the list lock is taken.
+struct PictureList::Arrival {
+    std::string_view path;
+    std::string_view base;
+    std::string extension;  // lower case, without the dot
+    std::uint32_t frames = 1;
+    std::uint64_t sortTime = 0;
+    bool userAction = false;
+};
+
+// A notice for the window, sent once the list lock is released.
+struct PictureList::Notice {
+    enum class Kind { Grew, Shot, Changed };
+    Kind kind = Kind::Grew;
+    std::uint32_t count = 0;
+    std::uint32_t delay = 0;
+    std::string_view base;          // of a new shot
+    PictureEntry* entry = nullptr;  // that changed
+};
+
 bool PictureList::AddFile(const std::filesystem::path& path,
                           std::optional<imaging::FileTime> fileTime, bool userAction) {
+    return AddPath(path.native(), fileTime, userAction);
+}
+
+bool PictureList::Prepare(std::string_view path, bool userAction, Arrival& file) const {
     // patterns_, sortMode_ and multiFrame_ change only while the feeder is stopped, on the
     // thread that opens folders.
-    const std::string full = path.string();
-    const std::string dotExtension = path.extension().string();
+    const std::string_view base = BasePathOf(path);
+    const std::string_view dotExtension = path.substr(base.size());
     bool mayHoldFrames = false;
-    if (dotExtension.empty() ||
-        !IsSupported(patterns_, dotExtension, multiFrame_, &mayHoldFrames)) {
+    if (!supported_.Contains(dotExtension, multiFrame_, &mayHoldFrames)) {
         return false;
     }
-    const std::string extension = text::LowerAscii(std::string_view(dotExtension).substr(1));
-    const std::string base = full.substr(0, full.size() - dotExtension.size());
-
+    file.path = path;
+    file.base = base;
+    file.extension = text::LowerAscii(dotExtension.substr(1));
     // Frames are counted first: a multi-frame file always lists its frames, a single-frame
     // file joins the single-frame entry of its base path, whatever order they arrive in.
-    const std::uint32_t frames = mayHoldFrames ? CountFrames(path) : 1;
-    enum class Joined { No, Taken, Ignored, Changed };
-    PictureEntry* changed = nullptr;
-    const auto join = [&]() {
-        const auto range = names_.equal_range(base);
-        for (auto it = range.first; it != range.second; ++it) {
-            PictureEntry& entry = *it->second;
-            if (frames > 1) {
-                if (entry.IsFrame() && entry.extensionSet == extension) {
-                    return Joined::Ignored;  // the same multi-frame file again
-                }
-                continue;
-            }
-            if (entry.IsFrame()) {
-                continue;
-            }
-            if (AddExtension(entry.extensionSet, extension)) {
-                return Joined::Taken;
-            }
-            // The file was written again.
-            if (!shownRequest_.empty() && shell::CompareNoCase(shownRequest_, base) == 0) {
-                shownRequest_.clear();
-                return Joined::Ignored;
-            }
-            if (entry.flags & EntryFlag::kAddedByUser) {
-                entry.flags &= ~EntryFlag::kAddedByUser;
-                return Joined::Ignored;
-            }
-            if (entry.selfReplaced.exchange(false)) {
-                return Joined::Ignored;
-            }
-            DropPicture(entry);
-            changed = &entry;
-            return Joined::Changed;
-        }
-        return Joined::No;
-    };
-    const auto finish = [&](Joined joined) {
-        if (joined == Joined::Changed) {
-            services_.notices->EntryChanged483(*changed);
-        }
-        return joined == Joined::Taken;
-    };
-    Joined joined = Joined::No;
+    file.frames = mayHoldFrames ? CountFrames(std::filesystem::path(path)) : 1;
+    file.userAction = userAction;
+    return true;
+}
+
+bool PictureList::AddPath(std::string_view path, std::optional<imaging::FileTime> fileTime,
+                          bool userAction) {
+    Arrival file;
+    if (!Prepare(path, userAction, file)) {
+        return false;
+    }
+    std::vector<Notice> notices;
     // In name order nothing is read from the file, so one pass under the lock does it all.
     if (sortMode_ != 0) {
-        std::scoped_lock lock(mutex_);
-        joined = join();
-    }
-    if (joined != Joined::No) {
-        return finish(joined);
-    }
-
-    std::uint64_t sortTime = 0;
-    if (sortMode_ != 0) {
+        Joined joined = Joined::No;
+        {
+            std::scoped_lock lock(mutex_);
+            const auto [first, last] = FindNames(names_, file.base);
+            joined = Join(file, first, last, notices);
+        }
+        if (joined != Joined::No) {
+            Tell(notices);
+            return joined == Joined::Taken;
+        }
         if (!fileTime) {
             FileFeedRecord record;
-            record.path = path;
+            record.path = std::string(path);
             ReadFileTimes(record);
             fileTime = sortMode_ == 2 ? record.creationTime : record.lastWriteTime;
         }
         imaging::FileTime time = *fileTime;
         if (sortMode_ >= 3) {
-            time = metadata::ReadDateTaken(path, time, sortMode_ == 4);
+            time = metadata::ReadDateTaken(std::filesystem::path(path), time, sortMode_ == 4);
         }
-        sortTime = time.ticks;
+        file.sortTime = time.ticks;
     }
-
-    bool wasEmpty = false;
-    std::uint32_t count = 0;
+    bool taken = false;
     {
-        std::unique_lock lock(mutex_);
         // Another thread may have listed the base path while the file was read.
-        joined = join();
-        // New nodes of one base path go after the ones already there.
-        auto hint = names_.upper_bound(base);
-        if (joined != Joined::No) {
-            lock.unlock();
-            return finish(joined);
-        }
-        wasEmpty = entries_.empty();
-        const EntryOrder order = entries_.key_comp();
-        for (std::uint32_t frame = 0; frame < frames; ++frame) {
-            auto entry = std::make_unique<PictureEntry>();
-            PictureEntry* raw = entry.get();
-            raw->nameLink = names_.emplace_hint(hint, base, raw);
-            raw->sortTime = sortTime;
-            raw->frameIndex = static_cast<std::uint16_t>(frames > 1 ? frame : 0);
-            raw->frameCount = static_cast<std::uint16_t>(frames);
-            raw->extensionSet = extension;
-            raw->owner = this;
-            raw->flags = userAction ? EntryFlag::kAddedByUser : 0;
-            const auto [it, inserted] = entries_.insert(std::move(entry));
-            if (!inserted) {
-                names_.erase(raw->nameLink);
-                continue;
-            }
-            if (current_ == entries_.end()) {
-                current_ = it;
-                position_ = 1;
-            } else if (order(raw, current_->get())) {
-                ++position_;
-            }
-            bookmarks_->Attach(*raw);
-        }
-        bool moved = wasEmpty;
-        if (!pendingTarget_.empty() && shell::CompareNoCase(pendingTarget_, base) == 0) {
-            moved = TakePendingTarget() || moved;
-        }
-        if (moved) {
-            cache_->Reschedule(window_);
-        }
-        count = static_cast<std::uint32_t>(entries_.size());
+        std::scoped_lock lock(mutex_);
+        Hints hints{std::nullopt, entries_.end()};
+        taken = Place(file, hints, notices);
     }
+    Tell(notices);
+    return taken;
+}
+
+void PictureList::AddRecords(std::vector<FileFeedRecord>& records, const std::stop_token& stop) {
+    if (sortMode_ != 0) {
+        for (const auto& record : records) {
+            if (stop.stop_requested()) {
+                return;
+            }
+            std::optional<imaging::FileTime> time;
+            if (record.timesKnown) {
+                time = sortMode_ == 2 ? record.creationTime : record.lastWriteTime;
+            }
+            (void)AddPath(record.path, time, false);
+        }
+        return;
+    }
+    std::vector<Arrival> files;
+    files.reserve(records.size());
+    for (const auto& record : records) {
+        // Counting frames reads the file: a stop request is seen between files.
+        if (stop.stop_requested()) {
+            return;
+        }
+        files.emplace_back();
+        if (!Prepare(record.path, false, files.back())) {
+            files.pop_back();
+        }
+    }
+    std::vector<Notice> notices;
+    notices.reserve(files.size());
+    {
+        std::scoped_lock lock(mutex_);
+        Hints hints{std::nullopt, entries_.end()};
+        for (const auto& file : files) {
+            (void)Place(file, hints, notices);
+        }
+    }
+    Tell(notices);
+}
+
+PictureList::Joined PictureList::Join(const Arrival& file, NameIndex::iterator first,
+                                      NameIndex::iterator last, std::vector<Notice>& notices) {
+    for (auto it = first; it != last; ++it) {
+        PictureEntry& entry = *it->second;
+        if (file.frames > 1) {
+            if (entry.IsFrame() && entry.extensionSet == file.extension) {
+                return Joined::Ignored;  // the same multi-frame file again
+            }
+            continue;
+        }
+        if (entry.IsFrame()) {
+            continue;
+        }
+        if (AddExtension(entry.extensionSet, file.extension)) {
+            return Joined::Taken;
+        }
+        // The file was written again.
+        if (!shownRequest_.empty() && shell::CompareNoCase(shownRequest_, file.base) == 0) {
+            shownRequest_.clear();
+            return Joined::Ignored;
+        }
+        if (entry.flags & EntryFlag::kAddedByUser) {
+            entry.flags &= ~EntryFlag::kAddedByUser;
+            return Joined::Ignored;
+        }
+        if (entry.selfReplaced.exchange(false)) {
+            return Joined::Ignored;
+        }
+        DropPicture(entry);
+        notices.push_back({Notice::Kind::Changed, 0, 0, {}, &entry});
+        return Joined::Changed;
+    }
+    return Joined::No;
+}
+
+bool PictureList::Place(const Arrival& file, Hints& hints, std::vector<Notice>& notices) {
+    const auto [first, last] = FindNames(names_, file.base, hints.name);
+    hints.name = last;
+    const Joined joined = Join(file, first, last, notices);
+    if (joined != Joined::No) {
+        return joined == Joined::Taken;
+    }
+    const bool wasEmpty = entries_.empty();
+    const EntryOrder order = entries_.key_comp();
+    for (std::uint32_t frame = 0; frame < file.frames; ++frame) {
+        auto entry = std::make_unique<PictureEntry>();
+        PictureEntry* raw = entry.get();
+        // New nodes of one base path go after the ones already there.
+        raw->nameLink = names_.emplace_hint(last, std::string(file.base), raw);
+        raw->sortTime = file.sortTime;
+        raw->frameIndex = static_cast<std::uint16_t>(file.frames > 1 ? frame : 0);
+        raw->frameCount = static_cast<std::uint16_t>(file.frames);
+        raw->extensionSet = file.extension;
+        raw->owner = this;
+        raw->flags = file.userAction ? EntryFlag::kAddedByUser : 0;
+        const std::size_t before = entries_.size();
+        const auto it = entries_.insert(hints.entry, std::move(entry));
+        if (entries_.size() == before) {
+            names_.erase(raw->nameLink);
+            continue;
+        }
+        hints.entry = std::next(it);
+        if (current_ == entries_.end()) {
+            current_ = it;
+            position_ = 1;
+        } else if (order(raw, current_->get())) {
+            ++position_;
+        }
+        bookmarks_->Attach(*raw);
+    }
+    bool moved = wasEmpty;
+    if (!pendingTarget_.empty() && shell::CompareNoCase(pendingTarget_, file.base) == 0) {
+        moved = TakePendingTarget() || moved;
+    }
+    if (moved) {
+        cache_->Reschedule(window_);
+    }
+    const auto count = static_cast<std::uint32_t>(entries_.size());
     if (CaptureModeActive()) {
-        services_.notices->NewShot46B(count, base);
+        notices.push_back({Notice::Kind::Shot, count, 0, file.base, nullptr});
     } else {
-        const bool slowFirst = count == 1 && !IsQuickFormat(extension);
-        services_.notices->ListGrew464(wasEmpty ? 0 : count,
-                                       slowFirst ? kSlowFirstDelay : kQuickFirstDelay);
+        const bool slowFirst = count == 1 && !IsQuickFormat(file.extension);
+        notices.push_back({Notice::Kind::Grew,
+                           wasEmpty ? 0 : count,
+                           slowFirst ? kSlowFirstDelay : kQuickFirstDelay,
+                           {},
+                           nullptr});
     }
     return true;
+}
+
+void PictureList::Tell(const std::vector<Notice>& notices) const {
+    for (const Notice& notice : notices) {
+        switch (notice.kind) {
+            case Notice::Kind::Grew:
+                services_.notices->ListGrew464(notice.count, notice.delay);
+                break;
+            case Notice::Kind::Shot:
+                services_.notices->NewShot46B(notice.count, std::string(notice.base));
+                break;
+            case Notice::Kind::Changed:
+                services_.notices->EntryChanged483(*notice.entry);
+                break;
+        }
+    }
 }
 
 PictureEntry* PictureList::Current() const {

@@ -22,6 +22,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include "list/entry_order.h"
 #include "list/feed_queue.h"
@@ -29,6 +30,7 @@
 #include "list/list_hooks.h"
 #include "list/list_notices.h"
 #include "list/picture_entry.h"
+#include "list/supported_formats.h"
 #include "platform/imaging/file_time.h"
 #include "platform/registry/registry.h"
 
@@ -106,7 +108,17 @@ public:
     bool Watching() const { return enumerator_.Watching(); }
 
 private:
-    using OrderedSet = std::set<std::unique_ptr<PictureEntry>, EntryOrder>;
+    using OrderedSet = std::set<std::unique_ptr<PictureEntry>, EntryOrder,
+                                entry_pool::PoolAllocator<std::unique_ptr<PictureEntry>>>;
+    struct Arrival;
+    struct Notice;
+    // Where the previous file of a batch went: in name order the next one usually goes
+    // right after it, which the containers take with a couple of comparisons.
+    struct Hints {
+        std::optional<NameIndex::iterator> name;
+        OrderedSet::iterator entry;
+    };
+    enum class Joined { No, Taken, Ignored, Changed };
 
     // The list lent to the decode cache; every call runs with the list lock held.
     class Window final : public ListWindow {
@@ -125,8 +137,19 @@ private:
     };
 
     void FeedLoop(std::stop_token stop);
+    // Adds the files of a batch from the feed queue: in name order with one lock for all.
+    void AddRecords(std::vector<FileFeedRecord>& records, const std::stop_token& stop);
+    bool AddPath(std::string_view path, std::optional<imaging::FileTime> fileTime, bool userAction);
+    // Parses and checks the file and counts its frames, without the lock; false when it is
+    // not a supported picture.
+    bool Prepare(std::string_view path, bool userAction, Arrival& file) const;
+    void Tell(const std::vector<Notice>& notices) const;
     void StopThreads();
     // With the lock held.
+    Joined Join(const Arrival& file, NameIndex::iterator first, NameIndex::iterator last,
+                std::vector<Notice>& notices);
+    // Joins the file to its base path's entry or inserts its entries; true when taken.
+    bool Place(const Arrival& file, Hints& hints, std::vector<Notice>& notices);
     PictureEntry* MoveTo(OrderedSet::iterator to, std::uint32_t position);
     std::uint32_t RankOf(OrderedSet::iterator it) const;
     PictureEntry* FindBasePath(std::string_view basePath) const;
@@ -151,6 +174,7 @@ private:
     std::filesystem::path folder_;
     bool onNetwork_ = false;
     std::string patterns_;
+    SupportedExtensions supported_;  // patterns_, prepared
     std::uint32_t sortMode_ = 0;
     bool multiFrame_ = false;
     std::string pendingTarget_;  // base path to make current when it arrives

@@ -18,6 +18,8 @@ namespace {
 
 // The feeder waits this long for a record before looking at its stop request again.
 constexpr std::chrono::milliseconds kFeedWait{300};
+// The most files the feeder places under one hold of the list lock.
+constexpr std::size_t kFeedBatch = 256;
 // The first opening waits this long for the codecs before telling that they are slow.
 constexpr std::chrono::milliseconds kFirstDecoderWait{8000};
 
@@ -45,6 +47,7 @@ bool PictureList::OpenFolder(const std::filesystem::path& folder,
         patterns_ = patterns
                         ? std::move(*patterns)
                         : BuildSupportedPatterns(imaging::ComponentList::Instance().Decoders());
+        supported_ = SupportedExtensions(patterns_);
         folder_ = folder;
         onNetwork_ = shell::IsNetworkPath(folder);
         pendingTarget_.clear();
@@ -64,15 +67,17 @@ bool PictureList::OpenFolder(const std::filesystem::path& folder,
     options.noWatching = onNetwork_;
     options.readTimes = sortMode_ != 0;
     options.patterns = patterns_;
+    options.nameOrder = sortMode_ == 0;
     options.isListed = [this](const std::filesystem::path& path) {
-        const std::string full = path.string();
-        const std::string dotExtension = path.extension().string();
+        const std::string_view full = path.native();
+        const std::string_view base = BasePathOf(full);
+        const std::string_view dotExtension = full.substr(base.size());
         if (dotExtension.empty()) {
             return false;
         }
         const std::string extension = text::LowerAscii(dotExtension.substr(1));
         std::scoped_lock lock(mutex_);
-        const auto range = names_.equal_range(full.substr(0, full.size() - dotExtension.size()));
+        const auto range = names_.equal_range(base);
         for (auto it = range.first; it != range.second; ++it) {
             std::string set = it->second->extensionSet;
             if (!AddExtension(set, extension)) {
@@ -136,31 +141,23 @@ bool PictureList::ScanComplete() const {
 
 bool PictureList::WaitUntilScanned(std::chrono::milliseconds timeout) const {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    if (!enumerator_.WaitScanFinished(timeout)) {
-        return false;
-    }
-    while (!queue_.Drained()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+    return enumerator_.WaitScanFinished(timeout) && queue_.WaitDrained(deadline);
 }
 
 void PictureList::FeedLoop(std::stop_token stop) {
     platform::LowerCurrentThreadPriority();
+    // In a time order each file is read before it is placed: one at a time, so that a stop
+    // request is seen between files.
+    const std::size_t most = sortMode_ == 0 ? kFeedBatch : 1;
+    std::vector<FileFeedRecord> records;
     while (!stop.stop_requested()) {
-        std::optional<FileFeedRecord> record = queue_.Pop(kFeedWait);
-        if (!record) {
+        records.clear();
+        const std::size_t taken = queue_.Pop(records, most, kFeedWait);
+        if (taken == 0) {
             continue;
         }
-        std::optional<imaging::FileTime> time;
-        if (record->timesKnown) {
-            time = sortMode_ == 2 ? record->creationTime : record->lastWriteTime;
-        }
-        (void)AddFile(record->path, time, false);
-        queue_.MarkDone();
+        AddRecords(records, stop);
+        queue_.MarkDone(taken);
     }
 }
 

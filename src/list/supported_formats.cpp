@@ -121,6 +121,17 @@ std::string BuildSupportedPatterns(std::span<const imaging::DecoderInfo> decoder
     return result;
 }
 
+std::string_view BasePathOf(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    const std::size_t start = slash == std::string_view::npos ? 0 : slash + 1;
+    const std::string_view name = path.substr(start);
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos || dot == 0 || name == "..") {
+        return path;
+    }
+    return path.substr(0, start + dot);
+}
+
 bool IsSupported(std::string_view patterns, std::string_view extension, bool multiFrameSupport,
                  bool* mayHoldFrames) {
     if (mayHoldFrames != nullptr) {
@@ -136,6 +147,36 @@ bool IsSupported(std::string_view patterns, std::string_view extension, bool mul
         *mayHoldFrames = HasItem(kMultiFrameCandidates, text::LowerAscii(extension));
     }
     return supported;
+}
+
+SupportedExtensions::SupportedExtensions(std::string_view patterns) {
+    while (!patterns.empty()) {
+        const std::size_t end = std::min(patterns.find(';'), patterns.size());
+        const std::string_view item = patterns.substr(0, end);
+        if (item.size() > 1 && item.front() == '*') {
+            extensions_.emplace_back(item.substr(1));
+        }
+        patterns.remove_prefix(std::min(end + 1, patterns.size()));
+    }
+    std::sort(extensions_.begin(), extensions_.end());
+}
+
+bool SupportedExtensions::Contains(std::string_view extension, bool multiFrameSupport,
+                                   bool* mayHoldFrames) const {
+    if (mayHoldFrames != nullptr) {
+        *mayHoldFrames = false;
+    }
+    if (extension.size() < 2 || extension.front() != '.') {
+        return false;
+    }
+    const std::string lower = text::LowerAscii(extension);
+    if (!std::binary_search(extensions_.begin(), extensions_.end(), lower)) {
+        return false;
+    }
+    if (multiFrameSupport && mayHoldFrames != nullptr) {
+        *mayHoldFrames = HasItem(kMultiFrameCandidates, lower);
+    }
+    return true;
 }
 
 bool LookUpContainer(const std::filesystem::path& fileName, ContainerChoice& choice) {

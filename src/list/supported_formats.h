@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/imaging/component_list.h"
 
@@ -22,11 +23,30 @@ inline constexpr std::string_view kMultiFrameCandidates = ".tif;.tiff;.gif;.djvu
 // decoder always adds ".hdp", an ICO decoder ".cur".
 std::string BuildSupportedPatterns(std::span<const imaging::DecoderInfo> decoders);
 
+// The base path of a full path: all of it before its extension's dot ("/p/a.b.jpg" gives
+// "/p/a.b"). A file name without a dot, or whose only dot leads it (".jpg"), has no
+// extension, as std::filesystem::path::extension() has it; the extension is what follows.
+std::string_view BasePathOf(std::string_view path);
+
 // True when `extension` (with its dot, any case) is one of the patterns. `mayHoldFrames`,
 // when given, says whether the file is to be examined for frames: only when
 // `multiFrameSupport` is on and the extension is a multi-frame candidate.
 bool IsSupported(std::string_view patterns, std::string_view extension,
                  bool multiFrameSupport = false, bool* mayHoldFrames = nullptr);
+
+// IsSupported over one pattern list prepared once, for the feeder that tests every file of
+// a folder: a look-up in the sorted extensions instead of a search of the pattern text.
+// Immutable after construction.
+class SupportedExtensions {
+public:
+    SupportedExtensions() = default;
+    explicit SupportedExtensions(std::string_view patterns);
+    bool Contains(std::string_view extension, bool multiFrameSupport = false,
+                  bool* mayHoldFrames = nullptr) const;
+
+private:
+    std::vector<std::string> extensions_;  // ".jpg" for the item "*.jpg", sorted
+};
 
 struct ContainerChoice {
     imaging::Guid container;

@@ -4,8 +4,10 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 
 #include <QApplication>
+#include <gtest/gtest.h>
 
 namespace orvanta::frame::test {
 
@@ -21,8 +23,19 @@ inline QApplication& App() {
     static int argc = 1;
     static char name[] = "frame_tests";
     static char* argv[] = {name, nullptr};
-    static QApplication app(argc, argv);
-    return app;
+    // Deleted when the tests end, before exit: Qt's own globals made after it (the input
+    // devices of the first mouse or key event) are gone by the time a static would die.
+    struct Owner : ::testing::Environment {
+        std::unique_ptr<QApplication> app;
+        void TearDown() override { app.reset(); }
+    };
+    static Owner* owner = [] {
+        auto* made = new Owner;
+        made->app = std::make_unique<QApplication>(argc, argv);
+        ::testing::AddGlobalTestEnvironment(made);
+        return made;
+    }();
+    return *owner->app;
 }
 
 }  // namespace orvanta::frame::test

@@ -131,3 +131,50 @@ TEST(SupportedFormats, CountFramesAsTheDecoderReportsThemElseOne) {
 
 }  // namespace
 }  // namespace orvanta::list
+
+namespace orvanta::list {
+namespace {
+
+class BasePath : public testing::TestWithParam<const char*> {};
+
+// The list cuts names itself rather than parsing each into a path object; the cut must be
+// the one the standard library makes, or siblings would stop joining their entries.
+TEST_P(BasePath, CutsWhereTheStandardExtensionStarts) {
+    const std::string path = GetParam();
+    const std::size_t extension = std::filesystem::path(path).extension().native().size();
+    EXPECT_EQ(BasePathOf(path), path.substr(0, path.size() - extension));
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, BasePath,
+                         testing::Values("/p/a.jpg", "/p/a.b.JPG", "/p/.jpg", "/p/..jpg",
+                                         "/p.d/file", "/p/a.", "/p/..", "/p/.", "a.nef", "a", "/",
+                                         "", "/p/dir/", "/p/\xc3\xa4.tif", "/p/a .jpg"));
+
+}  // namespace
+}  // namespace orvanta::list
+
+namespace orvanta::list {
+namespace {
+
+// The prepared look-up answers as the plain test does, frames included, for lists with
+// odd items in them.
+TEST(SupportedFormats, PreparedExtensionsAnswerAsIsSupported) {
+    for (const char* patterns :
+         {"*.jpeg;*.jpg;*.tif;*.gif;*.png", "*.JPG;*.nef;;*;*.;a.jpg;*jpg;*.tiff", ""}) {
+        const SupportedExtensions prepared(patterns);
+        for (const char* extension :
+             {".jpg", ".JPG", ".Tif", ".tiff", ".nef", ".gif", ".", "", "jpg", ".jpgx", ".a.jpg"}) {
+            for (bool multiFrame : {false, true}) {
+                bool framesPlain = true;
+                bool framesPrepared = true;
+                EXPECT_EQ(prepared.Contains(extension, multiFrame, &framesPrepared),
+                          IsSupported(patterns, extension, multiFrame, &framesPlain))
+                    << patterns << " " << extension;
+                EXPECT_EQ(framesPrepared, framesPlain) << patterns << " " << extension;
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace orvanta::list

@@ -1,6 +1,8 @@
 #include "platform/shell/logical_compare.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstring>
 
 #include "platform/text/unicode.h"
@@ -17,6 +19,33 @@ bool IsDigit(char c) {
 bool IsSymbol(char c) {
     const auto u = static_cast<unsigned char>(c);
     return u < 0x80 && !IsDigit(c) && !((u | 0x20) >= 'a' && (u | 0x20) <= 'z');
+}
+
+char32_t UpperAscii(unsigned char c) {
+    return (c >= 'a' && c <= 'z') ? c - 32 : c;
+}
+
+// The length of the common prefix of `a` and `b`, compared eight bytes at a time: paths in
+// one folder share most of their bytes, and this runs for every comparison the list makes.
+std::size_t CommonPrefix(std::string_view a, std::string_view b) {
+    const std::size_t shorter = std::min(a.size(), b.size());
+    std::size_t same = 0;
+    for (; same + 8 <= shorter; same += 8) {
+        std::uint64_t x = 0;
+        std::uint64_t y = 0;
+        std::memcpy(&x, a.data() + same, 8);
+        std::memcpy(&y, b.data() + same, 8);
+        if (x != y) {
+            const std::uint64_t differ = x ^ y;
+            const int bit = std::endian::native == std::endian::little ? std::countr_zero(differ)
+                                                                       : std::countl_zero(differ);
+            return same + static_cast<std::size_t>(bit / 8);
+        }
+    }
+    while (same < shorter && a[same] == b[same]) {
+        ++same;
+    }
+    return same;
 }
 
 int Sign(long long v) {
@@ -52,9 +81,10 @@ int CompareNumbers(std::string_view a, std::size_t& i, std::string_view b, std::
     if (ea - ia != eb - jb) {
         return ea - ia < eb - jb ? -1 : 1;
     }
-    const int digits = std::memcmp(a.data() + ia, b.data() + jb, ea - ia);
-    if (digits != 0) {
-        return digits < 0 ? -1 : 1;
+    for (; ia < ea; ++ia, ++jb) {
+        if (a[ia] != b[jb]) {
+            return a[ia] < b[jb] ? -1 : 1;
+        }
     }
     if (zeroTie == 0 && zerosA != zerosB) {
         zeroTie = zerosA < zerosB ? -1 : 1;
@@ -67,11 +97,7 @@ int CompareNumbers(std::string_view a, std::size_t& i, std::string_view b, std::
 int CompareLogical(std::string_view a, std::string_view b) {
     // Paths in one folder share long prefixes: skip the identical bytes first, backing up to
     // the start of a digit run or a multi-byte character cut by the first difference.
-    std::size_t same = 0;
-    const std::size_t shorter = std::min(a.size(), b.size());
-    while (same < shorter && a[same] == b[same]) {
-        ++same;
-    }
+    std::size_t same = CommonPrefix(a, b);
     while (same > 0 &&
            (IsDigit(a[same - 1]) ||
             (same < a.size() && (static_cast<unsigned char>(a[same]) & 0xC0) == 0x80))) {
@@ -97,8 +123,20 @@ int CompareLogical(std::string_view a, std::string_view b) {
             const bool otherFirst = IsSymbol(other);
             return (digitA != otherFirst) ? -1 : 1;
         }
-        const char32_t ca = text::FoldCase(text::NextCodePoint(a, i));
-        const char32_t cb = text::FoldCase(text::NextCodePoint(b, j));
+        char32_t ca = 0;
+        char32_t cb = 0;
+        const auto ua = static_cast<unsigned char>(a[i]);
+        const auto ub = static_cast<unsigned char>(b[j]);
+        if ((ua | ub) < 0x80) {
+            // Most names are ASCII: fold them here rather than decoding code points.
+            ca = UpperAscii(ua);
+            cb = UpperAscii(ub);
+            ++i;
+            ++j;
+        } else {
+            ca = text::FoldCase(text::NextCodePoint(a, i));
+            cb = text::FoldCase(text::NextCodePoint(b, j));
+        }
         if (ca != cb) {
             const bool symbolA = ca < 0x80 && IsSymbol(static_cast<char>(ca));
             const bool symbolB = cb < 0x80 && IsSymbol(static_cast<char>(cb));

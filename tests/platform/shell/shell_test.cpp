@@ -35,7 +35,15 @@ INSTANTIATE_TEST_SUITE_P(
                     OrderCase{"x9", "x00000000000000000000010"}, OrderCase{"a1", "a01"},
                     OrderCase{"a1b", "a01c"}, OrderCase{"a_", "a1"}, OrderCase{"a 2", "a1"},
                     OrderCase{"a9", "ab"}, OrderCase{"2010-05-01", "2010-5-02"},
-                    OrderCase{"\xc3\xa4pfel1", "\xc3\x84pfel2"}, OrderCase{"", "a"}));
+                    OrderCase{"\xc3\xa4pfel1", "\xc3\x84pfel2"}, OrderCase{"", "a"},
+                    // Long shared prefixes, cut inside a number, a character or a case
+                    // difference, before, at and after eight bytes.
+                    OrderCase{"/photos/2024/img_0009", "/photos/2024/img_0010"},
+                    OrderCase{"abcdefgh9", "abcdefgh10"}, OrderCase{"abcdefg9", "abcdefg12"},
+                    OrderCase{"1234567890123456789a", "1234567890123456789B"},
+                    OrderCase{"/folder/\xc3\xa4x", "/folder/\xc3\x84y"},
+                    OrderCase{"ABCDEFGHx", "abcdefghY"}, OrderCase{"abcdefghijk", "abcdefghijkl"},
+                    OrderCase{"/p/IMG_1234 copy", "/p/IMG_1234.2"}));
 
 TEST(LogicalCompare, EqualOnlyWithoutRegardToCase) {
     EXPECT_EQ(CompareLogical("IMG_0010", "img_0010"), 0);

@@ -1,0 +1,123 @@
+#include "list/entry_pool.h"
+
+#include <array>
+#include <mutex>
+#include <new>
+
+#include <sys/mman.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#define ORVANTA_POISON(at, size) ASAN_POISON_MEMORY_REGION(at, size)
+#define ORVANTA_UNPOISON(at, size) ASAN_UNPOISON_MEMORY_REGION(at, size)
+#else
+#define ORVANTA_POISON(at, size) ((void)(at), (void)(size))
+#define ORVANTA_UNPOISON(at, size) ((void)(at), (void)(size))
+#endif
+
+namespace orvanta::list::entry_pool {
+
+namespace {
+
+constexpr std::size_t kAlignment = alignof(std::max_align_t);
+constexpr std::size_t kClasses = kMaxBytes / kAlignment;
+// Large enough that a big folder takes few calls, small enough that opening a folder of a
+// few pictures does not populate much it will not use.
+constexpr std::size_t kSlabBytes = 256 * 1024;
+
+struct FreeBlock {
+    FreeBlock* next;
+};
+
+// A free block keeps its link; the sanitizer build treats the rest of it as freed memory,
+// so that an entry used after its removal is still caught.
+void MarkFree(FreeBlock* block, std::size_t bytes) {
+    ORVANTA_POISON(reinterpret_cast<std::byte*>(block) + sizeof(FreeBlock),
+                   bytes - sizeof(FreeBlock));
+}
+
+class Pool {
+public:
+    void* Allocate(std::size_t bytes) {
+        const std::size_t size = SizeOf(bytes);
+        std::scoped_lock lock(mutex_);
+        FreeBlock*& head = free_[size / kAlignment - 1];
+        if (head == nullptr) {
+            AddSlab(head, size);
+        }
+        FreeBlock* block = head;
+        head = block->next;
+        ORVANTA_UNPOISON(block, size);
+        inUse_ += size;
+        return block;
+    }
+
+    void Free(void* block, std::size_t bytes) {
+        const std::size_t size = SizeOf(bytes);
+        std::scoped_lock lock(mutex_);
+        auto* freed = static_cast<FreeBlock*>(block);
+        FreeBlock*& head = free_[size / kAlignment - 1];
+        freed->next = head;
+        MarkFree(freed, size);
+        head = freed;
+        inUse_ -= size;
+    }
+
+    std::size_t InUse() const {
+        std::scoped_lock lock(mutex_);
+        return inUse_;
+    }
+
+private:
+    static std::size_t SizeOf(std::size_t bytes) {
+        if (bytes == 0 || bytes > kMaxBytes) {
+            throw std::bad_alloc();
+        }
+        return (bytes + kAlignment - 1) / kAlignment * kAlignment;
+    }
+
+    // With the lock held.
+    static void AddSlab(FreeBlock*& head, std::size_t size) {
+        void* slab = mmap(nullptr, kSlabBytes, PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+        if (slab == MAP_FAILED) {
+            throw std::bad_alloc();
+        }
+        auto* bytes = static_cast<std::byte*>(slab);
+        // Carved from the end, so that blocks are handed out in address order.
+        for (std::size_t at = kSlabBytes / size * size; at >= size; at -= size) {
+            auto* block = reinterpret_cast<FreeBlock*>(bytes + at - size);
+            block->next = head;
+            MarkFree(block, size);
+            head = block;
+        }
+    }
+
+    mutable std::mutex mutex_;  // guards free_ and inUse_; a leaf lock
+    std::array<FreeBlock*, kClasses> free_{};
+    std::size_t inUse_ = 0;
+};
+
+Pool& TheInstance() {
+    // Never destroyed: entries may be freed by static destructors after main returns.
+    static Pool* pool = new Pool;
+    return *pool;
+}
+
+}  // namespace
+
+void* Allocate(std::size_t bytes) {
+    return TheInstance().Allocate(bytes);
+}
+
+void Free(void* block, std::size_t bytes) {
+    if (block != nullptr) {
+        TheInstance().Free(block, bytes);
+    }
+}
+
+std::size_t BytesInUse() {
+    return TheInstance().InUse();
+}
+
+}  // namespace orvanta::list::entry_pool
