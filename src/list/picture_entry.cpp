@@ -14,7 +14,7 @@ void PictureEntry::operator delete(void* entry, std::size_t size) {
     if (size == sizeof(PictureEntry)) {
         entry_pool::Free(entry, size);
     } else {
-        ::operator delete(entry, size);
+        ::operator delete(entry);
     }
 }
 
