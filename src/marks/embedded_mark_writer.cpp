@@ -123,8 +123,12 @@ Result Rewrite(std::span<const std::uint8_t> file, bool tiff, const MarkRequest&
         if (read != static_cast<long>(out.size()) || out.empty()) {
             return E_FAIL;
         }
-    } catch (const Exiv2::AnyError&) {
-        return E_FAIL;
+    } catch (const Exiv2::AnyError& error) {
+        // A variant the library does not write (BigTIFF, say) cannot carry the mark.
+        const bool unknown = error.code() == Exiv2::kerMemoryContainsUnknownImageType ||
+                             error.code() == Exiv2::kerFileContainsUnknownImageType ||
+                             error.code() == Exiv2::kerNotAnImage;
+        return unknown ? E_UNSUPPORTED_TYPE : E_FAIL;
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
