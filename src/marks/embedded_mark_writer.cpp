@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -100,29 +102,30 @@ void WriteMark(Exiv2::Image& image, const MarkRequest& request, const MarkTime& 
     image.iptcData()["Iptc.Application2.Program"] = toolkit.substr(0, toolkit.find(" ("));
 }
 
+// The file with the mark written by the library, which copies the compressed picture data
+// as it is. `out` points into the image's memory or, when the library could update a TIFF in
+// place, into `file` itself: both must outlive it.
 Result Rewrite(std::span<const std::uint8_t> file, bool tiff, const MarkRequest& request,
-               const MarkTime& time, std::vector<std::uint8_t>& out) {
+               const MarkTime& time, std::unique_ptr<Exiv2::Image>& image,
+               std::span<const std::uint8_t>& out) {
     imaging::InitialiseMetadata();
     try {
-        auto image = Exiv2::ImageFactory::open(file.data(), static_cast<long>(file.size()));
+        image.reset(
+            Exiv2::ImageFactory::open(file.data(), static_cast<long>(file.size())).release());
         const int expected = tiff ? Exiv2::ImageType::tiff : Exiv2::ImageType::jpeg;
-        if (image.get() == nullptr || image->imageType() != expected) {
+        if (image == nullptr || image->imageType() != expected) {
             return E_UNSUPPORTED_TYPE;
         }
         image->readMetadata();
         WriteMark(*image, request, time);
         image->writeMetadata();
         Exiv2::BasicIo& io = image->io();
-        if (io.open() != 0) {
+        const long size = io.size();
+        const Exiv2::byte* data = io.mmap(false);
+        if (data == nullptr || size <= 0) {
             return E_FAIL;
         }
-        out.resize(io.size());
-        io.seek(0, Exiv2::BasicIo::beg);
-        const long read = io.read(out.data(), static_cast<long>(out.size()));
-        io.close();
-        if (read != static_cast<long>(out.size()) || out.empty()) {
-            return E_FAIL;
-        }
+        out = {data, static_cast<std::size_t>(size)};
     } catch (const Exiv2::AnyError& error) {
         // A variant the library does not write (BigTIFF, say) cannot carry the mark.
         const bool unknown = error.code() == Exiv2::kerMemoryContainsUnknownImageType ||
@@ -136,18 +139,19 @@ Result Rewrite(std::span<const std::uint8_t> file, bool tiff, const MarkRequest&
 }
 
 // The rewritten file must read as the same container with as many frames as before: the
-// library keeps only the directories it knows in a TIFF's chain.
+// library keeps only the directories it knows in a TIFF's chain (a JPEG has one frame).
 bool KeepsFrames(const imaging::Guid& container, std::uint32_t frames,
-                 std::vector<std::uint8_t>& bytes) {
-    auto copy = imaging::FileBytes::FromMemory(std::move(bytes));
+                 std::span<const std::uint8_t> bytes) {
+    if (container == imaging::container::Jpeg) {
+        return true;
+    }
+    auto copy =
+        imaging::FileBytes::FromMemory(std::vector<std::uint8_t>(bytes.begin(), bytes.end()));
     std::unique_ptr<imaging::Decoder> decoder;
-    const bool same = imaging::ComponentList::Instance()
-                          .CreateDecoder(container, imaging::Guid{}, copy, decoder)
-                          .Succeeded() &&
-                      decoder != nullptr && decoder->FrameCount() == frames;
-    decoder.reset();
-    bytes.assign(copy->Bytes().begin(), copy->Bytes().end());
-    return same;
+    return imaging::ComponentList::Instance()
+               .CreateDecoder(container, imaging::Guid{}, copy, decoder)
+               .Succeeded() &&
+           decoder != nullptr && decoder->FrameCount() == frames;
 }
 
 }  // namespace
@@ -174,12 +178,12 @@ Result WriteEmbeddedMarkToFile(const std::filesystem::path& file, const MarkRequ
     }
     picture.decoder.reset();
 
-    std::vector<std::uint8_t> rewritten;
-    if (const Result done = Rewrite(picture.bytes->Bytes(), tiff, request, time, rewritten);
+    std::unique_ptr<Exiv2::Image> image;
+    std::span<const std::uint8_t> rewritten;
+    if (const Result done = Rewrite(picture.bytes->Bytes(), tiff, request, time, image, rewritten);
         done.Failed()) {
         return done;
     }
-    picture.bytes.reset();
     if (!KeepsFrames(picture.container, frames, rewritten)) {
         return E_UNSUPPORTED_TYPE;
     }

@@ -44,16 +44,6 @@ Result WriteAll(int fd, std::span<const std::uint8_t> bytes) {
     return S_OK;
 }
 
-// The rename itself is durable only once the folder's entry is on the disk.
-void FlushFolder(const std::filesystem::path& folder) {
-    const int fd =
-        ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
-    }
-}
-
 }  // namespace
 
 std::filesystem::path TemporarySibling(const std::filesystem::path& path) {
@@ -124,7 +114,6 @@ Result ReplaceFile(const std::filesystem::path& path, std::span<const std::uint8
         }
         return ResultFromErrno(error);
     }
-    FlushFolder(path.parent_path());
     if (!backup.empty()) {
         ::unlink(backup.c_str());
     }
