@@ -218,6 +218,24 @@ TEST(ReadSidecar, NeverExpandsExternalEntities) {
     EXPECT_EQ(marks.label, -1);
 }
 
+TEST(ReadSidecar, RefusesEntityBombs) {
+    std::string entities = "<!ENTITY e0 \"lollollollollollollollollollol\">";
+    for (int i = 1; i < 10; ++i) {
+        entities += "<!ENTITY e" + std::to_string(i) + " \"";
+        for (int j = 0; j < 10; ++j) {
+            entities += "&e" + std::to_string(i - 1) + ";";
+        }
+        entities += "\">";
+    }
+    const std::string text = "<!DOCTYPE x:xmpmeta [" + entities + "]>" +
+                             Sidecar(XMP_DESC
+                                     "><xmp:Label>&e9;</xmp:Label><xmp:Rating>&e9;</xmp:Rating>"
+                                     "</rdf:Description>");
+    metadata::SidecarMarks marks;
+    EXPECT_TRUE(ReadSidecarText(BytesOf(text), marks) != S_OK);
+    EXPECT_EQ(marks.label, -1);
+}
+
 TEST(SidecarFiles, ReaderFindsTheSidecarBesideThePicture) {
     TempFolder folder;
     metadata::SidecarMarks marks;
