@@ -9,6 +9,7 @@
 #include <turbojpeg.h>
 
 #include "decode/decode_entry.h"
+#include "frame/frame_app.h"
 #include "metadata/picture_metadata.h"
 #include "support/picture_fixtures.h"
 #include "support/temp_folder.h"
@@ -17,11 +18,7 @@ namespace orvanta::display {
 namespace {
 
 QApplication& App() {
-    static int argc = 1;
-    static char name[] = "raster_view_test";
-    static char* argv[] = {name, nullptr};
-    static QApplication app(argc, argv);
-    return app;
+    return frame::test::App();
 }
 
 // A JPEG of one colour, decoded by the workers' pipeline into the raster path's format.
