@@ -174,6 +174,8 @@ GlView::GlView(QWidget* parent) : PictureView(parent), gl_(std::make_unique<Reso
 
 GlView::~GlView() {
     ReleaseTextures();
+    delete surface_;
+    surface_ = nullptr;
 }
 
 void GlView::CreateSurface() {
@@ -227,7 +229,16 @@ void GlView::Initialize() {
     // older one mean nothing here.
     connect(
         surface_->context(), &QOpenGLContext::aboutToBeDestroyed, this,
-        [this] { ReleaseTextures(); }, Qt::DirectConnection);
+        [this] {
+            // The context takes its textures with it.
+            gl_->tiles.clear();
+            gl_->key = nullptr;
+            gl_->caption = {};
+            gl_->copied = {};
+            gl_->badge = {};
+            gl_->ready = false;
+        },
+        Qt::DirectConnection);
 }
 
 void GlView::PictureChanged() {
