@@ -105,7 +105,7 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         glPixelStorei(GL_UNPACK_SKIP_PIXELS, x);
         glPixelStorei(GL_UNPACK_SKIP_ROWS, y);
         // 32-bit QImage formats are B, G, R, A in memory on this byte order.
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, w, h, 0, GL_BGRA, GL_UNSIGNED_BYTE,
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, w, h, 0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
                      image.constBits());
         glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
         glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
@@ -180,6 +180,7 @@ GlView::~GlView() {
 
 void GlView::CreateSurface() {
     surface_ = new GlSurface(this);
+    connect(surface_, &QOpenGLWidget::frameSwapped, this, [this] { ++presents_; });
     surface_->setGeometry(rect());
     surface_->show();
 }

@@ -33,6 +33,7 @@ public:
     QImage Screenshot() override;
     bool Accelerated() const override { return true; }
     void Redraw() override;
+    std::uint64_t PresentCount() const override { return presents_; }
 
     // Hooks for tests and benchmarks.
     void SimulateContextLoss() { simulatedLoss_ = true; }
@@ -70,6 +71,7 @@ private:
     bool simulatedLoss_ = false;
     bool measureUploads_ = false;
     double lastUploadMs_ = 0;
+    std::uint64_t presents_ = 0;
 };
 
 // Whether an OpenGL 3.3 core context can be made on this display.

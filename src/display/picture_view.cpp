@@ -98,35 +98,42 @@ Filter ChooseFilter(bool reducing, bool enlarged, bool caption, bool smoothPixel
 
 // --- the view's own pictures -----------------------------------------------------------
 
-QImage PictureView::StartImage() {
-    // A framed landscape: the view's own picture before any picture is open.
+namespace {
+
+// The frame around the view's own pictures, with `content` drawn inside it.
+template <typename Content>
+QImage FramedImage(Content content) {
     QImage image(320, 213, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     QPainter p(&image);
     p.setRenderHint(QPainter::Antialiasing);
     p.setPen(QPen(QColor(150, 150, 150), 4));
     p.drawRoundedRect(QRectF(4, 4, 312, 205), 12, 12);
-    p.setBrush(QColor(90, 90, 90));
-    p.setPen(Qt::NoPen);
-    p.drawEllipse(QPointF(100, 70), 22, 22);
-    QPolygonF hills;
-    hills << QPointF(20, 190) << QPointF(120, 100) << QPointF(180, 150) << QPointF(230, 110)
-          << QPointF(300, 190);
-    p.drawPolygon(hills);
+    content(p);
     return image;
 }
 
+}  // namespace
+
+QImage PictureView::StartImage() {
+    // A framed landscape: the view's own picture before any picture is open.
+    return FramedImage([](QPainter& p) {
+        p.setBrush(QColor(90, 90, 90));
+        p.setPen(Qt::NoPen);
+        p.drawEllipse(QPointF(100, 70), 22, 22);
+        QPolygonF hills;
+        hills << QPointF(20, 190) << QPointF(120, 100) << QPointF(180, 150) << QPointF(230, 110)
+              << QPointF(300, 190);
+        p.drawPolygon(hills);
+    });
+}
+
 QImage PictureView::ErrorImage() {
-    QImage image(320, 213, QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
-    QPainter p(&image);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(QPen(QColor(150, 150, 150), 4));
-    p.drawRoundedRect(QRectF(4, 4, 312, 205), 12, 12);
-    p.setPen(QPen(QColor(200, 70, 60), 6));
-    p.drawLine(60, 40, 260, 173);
-    p.drawLine(260, 40, 60, 173);
-    return image;
+    return FramedImage([](QPainter& p) {
+        p.setPen(QPen(QColor(200, 70, 60), 6));
+        p.drawLine(60, 40, 260, 173);
+        p.drawLine(260, 40, 60, 173);
+    });
 }
 
 const QImage& PictureView::CopiedStampImage() {

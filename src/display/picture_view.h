@@ -72,6 +72,8 @@ public:
     QRect LastDestination() const { return lastDestination_; }
     // Paints counted since construction (benchmarks and tests wait for the next one).
     std::uint64_t PaintCount() const { return paints_; }
+    // Frames that reached the window (for the accelerated view: swapped to the screen).
+    virtual std::uint64_t PresentCount() const { return paints_; }
     bool CursorHidden() const { return cursorHidden_; }
 
     // What the view shows now, as the screen would (tests and --screenshot).
