@@ -37,4 +37,14 @@ inline Pair MedianPair(int runs, const std::function<void()>& ours,
     return {a[a.size() / 2], b[b.size() / 2]};
 }
 
+// The value at `share` (0.5: the median) of `values`, by rank; 0 for no values.
+inline double Percentile(std::vector<double> values, double share) {
+    if (values.empty()) {
+        return 0;
+    }
+    std::sort(values.begin(), values.end());
+    const auto rank = static_cast<std::size_t>(share * static_cast<double>(values.size()) + 0.999);
+    return values[std::clamp<std::size_t>(rank, 1, values.size()) - 1];
+}
+
 }  // namespace orvanta::bench

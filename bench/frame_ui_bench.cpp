@@ -16,6 +16,8 @@
 #include <QThread>
 
 #include "app/language_startup.h"
+#include "bench_timing.h"
+#include "bench_ui.h"
 #include "cmdline/startup_request.h"
 #include "decode/decode_cache.h"
 #include "display/raster_view.h"
@@ -25,20 +27,8 @@ namespace {
 
 constexpr double kLimitMs = 20.0;
 
-void Pump(int ms) {
-    QElapsedTimer clock;
-    clock.start();
-    while (clock.elapsed() < ms) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-        QThread::msleep(1);
-    }
-}
-
-double Percentile(std::vector<double> values, double share) {
-    std::sort(values.begin(), values.end());
-    const auto rank = static_cast<std::size_t>(share * static_cast<double>(values.size()) + 0.999);
-    return values[std::clamp<std::size_t>(rank, 1, values.size()) - 1];
-}
+using orvanta::bench::Percentile;
+using orvanta::bench::Pump;
 
 }  // namespace
 

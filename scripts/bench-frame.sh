@@ -2,13 +2,16 @@
 # Frame benchmarks in a Release build under Xvfb: process start to first picture painted for
 # `orvanta one-24MP.jpg` against `orvanta-cli decode` of the same file from its own process
 # start (limit 1.6x), and next-picture to painted on prefetched 24 MP pictures in a
-# 1920x1080 window (limit 20 ms at the median).
+# 1920x1080 window (limit 20 ms at the median); then the OpenGL view against the raster one
+# (next picture to presented, texture upload, panning at actual size) on Mesa's software
+# OpenGL.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${ORVANTA_BENCH_BUILD:-build/release}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DORVANTA_BUILD_BENCH=ON \
     -DORVANTA_BUILD_TESTS=OFF >/dev/null
-cmake --build "$build" --target orvanta orvanta-cli frame_ui_bench navigate_pictures -j 2
+cmake --build "$build" --target orvanta orvanta-cli frame_ui_bench gl_view_ui_bench \
+    navigate_pictures -j 2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export ORVANTA_REGISTRY="$work/registry.db" XDG_RUNTIME_DIR="$work"
@@ -42,3 +45,4 @@ echo "decode from process start: $c ms; orvanta start to first picture painted: 
     "; ratio $(awk "BEGIN{printf \"%.2f\", $a/$c}"), limit 1.6" \
     "(ratio/limit $(awk "BEGIN{printf \"%.2f\", $a/$c/1.6}"))"
 "$build/bench/frame_ui_bench" "$work/shoot" --steps 20 --pause 700
+"$build/bench/gl_view_ui_bench" "$work/shoot" --steps 20 --pause 700

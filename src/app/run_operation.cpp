@@ -11,6 +11,8 @@
 #include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QMessageBox>
+#include <QProcess>
 #include <QScreen>
 #include <QThread>
 #include <QTimer>
@@ -21,9 +23,10 @@
 #include "app/wake_up_receiver.h"
 #include "cmdline/command_line.h"
 #include "cmdline/startup_request.h"
-#include "display/raster_view.h"
+#include "display/picture_view.h"
 #include "frame/main_frame.h"
 #include "frame/window_placement.h"
+#include "i18n/current_language.h"
 #include "marks/sidecar_file.h"
 #include "platform/imaging/component_list.h"
 #include "platform/imaging/guid.h"
@@ -122,7 +125,8 @@ int RunProgram(int argc, char** argv) {
         }
     }
 
-    auto frame = std::make_unique<frame::MainFrame>();
+    // The accelerated view unless it is switched off or no OpenGL context can be made.
+    auto frame = std::make_unique<frame::MainFrame>(0, nullptr, !settings::DisableHWA.On());
     frame->SetTrace(Trace());
     SetCheckPoint(52);
     SetCheckPoint(53);
@@ -231,6 +235,15 @@ int RunProgram(int argc, char** argv) {
     }
     SetCheckPoint(81);
     SetCheckPoint(85);
+    if (frame->AccelerationFailed()) {
+        QTimer::singleShot(200, frame.get(), [frame = frame.get()] {
+            const std::string_view title = i18n::Text(100);
+            const std::string_view text = i18n::Text(10170);
+            QMessageBox::information(
+                frame, QString::fromUtf8(title.data(), static_cast<qsizetype>(title.size())),
+                QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())));
+        });
+    }
     SetCheckPoint(87);
     SetCheckPoint(89);
     SetCheckPoint(90);
@@ -243,7 +256,7 @@ int RunProgram(int argc, char** argv) {
         auto* view = &frame->View();
         auto connection = std::make_shared<QMetaObject::Connection>();
         *connection =
-            QObject::connect(view, &display::RasterView::Painted, [view, connection, sinceStart] {
+            QObject::connect(view, &display::PictureView::Painted, [view, connection, sinceStart] {
                 if (view->Picture()) {
                     // The wall-clock time lets a script count from before the process began.
                     std::fprintf(stderr,
@@ -269,7 +282,17 @@ int RunProgram(int argc, char** argv) {
     const int code = QApplication::exec();
     SetCheckPoint(94);
     instance.Close();
+    // After a failed accelerated display the program starts again without it, once the
+    // single-instance name is free.
+    std::optional<std::vector<std::string>> relaunch = frame->RelaunchRequest();
     frame.reset();
+    if (relaunch) {
+        QStringList list;
+        for (const std::string& argument : *relaunch) {
+            list << QString::fromStdString(argument);
+        }
+        QProcess::startDetached(QCoreApplication::applicationFilePath(), list);
+    }
     SetCheckPoint(95);
     SetCheckPoint(98);
     return code;

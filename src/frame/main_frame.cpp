@@ -19,7 +19,8 @@
 #include "app/check_point.h"
 #include "decode/decoded_picture.h"
 #include "decode/wait_for_picture.h"
-#include "display/raster_view.h"
+#include "display/gl_view.h"
+#include "frame/display_failure.h"
 #include "frame/key_table.h"
 #include "frame/window_placement.h"
 #include "i18n/current_language.h"
@@ -57,7 +58,7 @@ std::shared_ptr<const decode::DecodedPicture> PictureOf(list::PictureEntry& entr
 
 }  // namespace
 
-MainFrame::MainFrame(std::uint32_t workers, QWidget* parent)
+MainFrame::MainFrame(std::uint32_t workers, QWidget* parent, bool accelerated)
     : QMainWindow(parent), decoder_(imaging::PixelFormat::Pbgra32, false) {
     decode::CacheServices services;
     services.decoder = &decoder_;
@@ -72,7 +73,7 @@ MainFrame::MainFrame(std::uint32_t workers, QWidget* parent)
     auto* layout = new QVBoxLayout(container);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
-    view_ = new display::RasterView(container);
+    view_ = display::CreatePictureView(accelerated, container, accelerationFailed_);
     layout->addWidget(view_, 1);
     panel_ = new QWidget(container);
     panel_->setAutoFillBackground(true);
@@ -108,17 +109,7 @@ MainFrame::MainFrame(std::uint32_t workers, QWidget* parent)
             panel_->hide();
         }
     });
-    timer3_.setInterval(100);
-    connect(&timer3_, &QTimer::timeout, this, [this] {
-        // The bottom strip shows the hidden panel when the cursor rests on it.
-        if (!panel_->isVisible() && settings::AutoHideTaskbar.On()) {
-            const QPoint cursor = mapFromGlobal(QCursor::pos());
-            if (rect().contains(cursor) && cursor.y() > height() - 30) {
-                ShowPanel();
-            }
-        }
-    });
-    timer3_.start();
+    ConnectView();
     BuildShortcuts();
 
     cache_->ResetWindow(false);
@@ -130,6 +121,40 @@ MainFrame::~MainFrame() {
     list_->StopScan();
     cache_->ShutDown();
     list_.reset();
+}
+
+void MainFrame::ConnectView() {
+    // The view's notices: the bottom panel follows the cursor and the buttons, the middle
+    // button keeps the picture, and a failed accelerated display restarts the program.
+    connect(view_, &display::PictureView::PanelHideRequested, this, [this] {
+        if (settings::AutoHideTaskbar.On() && panel_->isVisible()) {
+            timer6_.start(600);
+        }
+    });
+    connect(view_, &display::PictureView::PanelShowRequested, this, [this] {
+        if (!panel_->isVisible()) {
+            ShowPanel();
+        }
+    });
+    connect(view_, &display::PictureView::KeepRequested, this, [] { QApplication::beep(); });
+    connect(view_, &display::PictureView::DisplayFailed, this, &MainFrame::DisplayFailed,
+            Qt::QueuedConnection);
+}
+
+void MainFrame::DisplayFailed() {
+    if (relaunch_) {
+        return;
+    }
+    view_->unsetCursor();
+    ShowDisplayFailure(this);
+    DisableAcceleration();
+    std::string keepFolder;
+    platform::RegKey key = SettingsKey();
+    if (key.IsOpen()) {
+        settings::ReadString(key, "LastKeepCopyFolder", keepFolder, 4096);
+    }
+    relaunch_ = RelaunchArguments(list_->Folder().string(), keepFolder);
+    close();
 }
 
 void MainFrame::BuildShortcuts() {
@@ -264,6 +289,13 @@ void MainFrame::RunCommand(int command, int param, bool fromAccelerator) {
             entry = forward ? list_->Next(steps) : list_->Previous(steps);
             break;
         }
+        case Command::kActualSize:
+            view_->setFocus();
+            if (settings::AutoHideTaskbar.On()) {
+                timer6_.start(600);
+            }
+            view_->ToggleActualSize();
+            return;
         default:
             return;
     }
@@ -283,6 +315,7 @@ void MainFrame::ShowCurrent(list::PictureEntry* entry, bool startTimer6) {
     const Result result = decode::WaitForPicture(*entry, wait, this);
     auto picture = result.Succeeded() ? PictureOf(*entry) : nullptr;
     if (picture) {
+        view_->SetStamps(entry->copied.load(), false);
         view_->SetPicture(std::move(picture));
     } else if (result != S_FALSE) {
         view_->ShowErrorPicture();

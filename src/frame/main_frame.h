@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,7 @@
 class QLabel;
 
 namespace orvanta::display {
-class RasterView;
+class PictureView;
 }
 
 namespace orvanta::frame {
@@ -44,6 +45,7 @@ struct Command {
     static constexpr int kNextHidingCursor = 1111;
     static constexpr int kPreviousFile = 1118;
     static constexpr int kNextFile = 1119;
+    static constexpr int kActualSize = 1002;
     // lParam of kNext for the first picture shown.
     static constexpr int kFirstPicture = -1;
 };
@@ -59,8 +61,10 @@ class MainFrame final : public QMainWindow, public list::ListNotices, public dec
     Q_OBJECT
 
 public:
-    // `workers` 0: as many as the settings and the processor give.
-    explicit MainFrame(std::uint32_t workers = 0, QWidget* parent = nullptr);
+    // `workers` 0: as many as the settings and the processor give. `accelerated`: draw
+    // through OpenGL when a context can be made.
+    explicit MainFrame(std::uint32_t workers = 0, QWidget* parent = nullptr,
+                       bool accelerated = false);
     ~MainFrame() override;
 
     // The start picture with texts 10051 and 10050.
@@ -74,7 +78,12 @@ public:
 
     list::PictureList& List() { return *list_; }
     decode::DecodeCache& Cache() { return *cache_; }
-    display::RasterView& View() { return *view_; }
+    display::PictureView& View() { return *view_; }
+    // Acceleration was asked for but no OpenGL context could be made.
+    bool AccelerationFailed() const { return accelerationFailed_; }
+    // The arguments of the program started again after the accelerated display failed
+    // (empty: no restart asked for).
+    const std::optional<std::vector<std::string>>& RelaunchRequest() const { return relaunch_; }
     QString StatusLineText() const;
     QString FileLabelText() const;
     // Called with the time from the command to the paint of its picture.
@@ -110,17 +119,20 @@ private:
     void ShowCurrent(list::PictureEntry* entry, bool startTimer6);
     void RefreshCaptionAndStatus();
     void ShowPanel();
+    void ConnectView();
+    void DisplayFailed();
 
     decode::PipelineDecoder decoder_;
     std::unique_ptr<decode::DecodeCache> cache_;
     std::unique_ptr<list::PictureList> list_;
-    display::RasterView* view_ = nullptr;
+    display::PictureView* view_ = nullptr;
+    bool accelerationFailed_ = false;
+    std::optional<std::vector<std::string>> relaunch_;
     QWidget* panel_ = nullptr;
     QLabel* fileLabel_ = nullptr;
     QLabel* statusLabel_ = nullptr;
     QLabel* modeLabel_ = nullptr;
     QTimer timer2_;  // caption and status refresh
-    QTimer timer3_;  // hover over the bottom strip
     QTimer timer4_;  // a new shot becomes current
     QTimer timer6_;  // hides the bottom panel
     CaptionState caption_;

@@ -17,7 +17,9 @@
 namespace orvanta::display {
 namespace {
 
-using frame::test::App;
+QApplication& App() {
+    return frame::test::App();
+}
 
 // A JPEG of one colour, decoded by the workers' pipeline into the raster path's format.
 std::shared_ptr<const decode::DecodedPicture> SolidPicture(const test::TempFolder& folder,

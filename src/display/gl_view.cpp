@@ -1,0 +1,460 @@
+#include "display/gl_view.h"
+
+#include <algorithm>
+#include <vector>
+
+#include <QGuiApplication>
+#include <QOffscreenSurface>
+#include <QOpenGLContext>
+#include <QOpenGLFunctions_3_3_Core>
+#include <QOpenGLShaderProgram>
+#include <QOpenGLWidget>
+#include <QResizeEvent>
+
+#include "display/raster_view.h"
+#include "settings/settings.h"
+
+namespace orvanta::display {
+
+namespace {
+
+constexpr int kFirstRecoveryMs = 250;
+constexpr int kStillLostMs = 333;
+
+QSurfaceFormat ViewFormat() {
+    QSurfaceFormat format;
+    format.setVersion(3, 3);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    format.setOption(QSurfaceFormat::ResetNotification);
+    format.setDepthBufferSize(0);
+    format.setStencilBufferSize(0);
+    return format;
+}
+
+const char* kVertexShader = R"(#version 330 core
+layout(location = 0) in vec2 position;
+layout(location = 1) in vec2 coordinate;
+uniform vec2 viewSize;
+out vec2 uv;
+void main() {
+    uv = coordinate;
+    gl_Position = vec4(position.x / viewSize.x * 2.0 - 1.0, 1.0 - position.y / viewSize.y * 2.0,
+                       0.0, 1.0);
+}
+)";
+
+const char* kFragmentShader = R"(#version 330 core
+in vec2 uv;
+uniform sampler2D picture;
+out vec4 colour;
+void main() {
+    colour = texture(picture, uv);
+}
+)";
+
+}  // namespace
+
+// The widget that owns the context; it takes no input and only forwards its three calls.
+class GlSurface final : public QOpenGLWidget {
+public:
+    explicit GlSurface(GlView* view) : QOpenGLWidget(view), view_(view) {
+        setFormat(ViewFormat());
+        setAttribute(Qt::WA_TransparentForMouseEvents);
+        setFocusPolicy(Qt::NoFocus);
+    }
+
+protected:
+    void initializeGL() override { view_->Initialize(); }
+    void paintGL() override { view_->Paint(); }
+
+private:
+    GlView* view_;
+};
+
+struct GlView::Resources : QOpenGLFunctions_3_3_Core {
+    struct Tile {
+        GLuint texture = 0;
+        QRect rect;  // picture pixels
+    };
+    struct Overlay {
+        GLuint texture = 0;
+        QSize size;
+        QString text;  // the caption drawn into it
+    };
+
+    QOpenGLShaderProgram program;
+    GLuint vao = 0;
+    GLuint vbo = 0;
+    bool ready = false;
+    GLint maxTexture = 0;
+    const void* key = nullptr;  // the picture the tiles hold
+    std::vector<Tile> tiles;
+    bool mipmaps = false;
+    Overlay caption;
+    Overlay copied;
+    Overlay badge;
+
+    GLuint MakeTexture(const QImage& image, int x, int y, int w, int h) {
+        GLuint texture = 0;
+        glGenTextures(1, &texture);
+        glBindTexture(GL_TEXTURE_2D, texture);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, static_cast<GLint>(image.bytesPerLine() / 4));
+        glPixelStorei(GL_UNPACK_SKIP_PIXELS, x);
+        glPixelStorei(GL_UNPACK_SKIP_ROWS, y);
+        // 32-bit QImage formats are B, G, R, A in memory on this byte order.
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, w, h, 0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
+                     image.constBits());
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+        glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
+        glPixelStorei(GL_UNPACK_SKIP_ROWS, 0);
+        return texture;
+    }
+
+    void SetOverlay(Overlay& overlay, const QImage& image, const QString& text = {}) {
+        if (overlay.texture != 0 && overlay.size == image.size() && overlay.text == text) {
+            return;
+        }
+        DropOverlay(overlay);
+        overlay.texture = MakeTexture(image, 0, 0, image.width(), image.height());
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
+        overlay.size = image.size();
+        overlay.text = text;
+    }
+
+    void DropOverlay(Overlay& overlay) {
+        if (overlay.texture != 0) {
+            glDeleteTextures(1, &overlay.texture);
+        }
+        overlay = {};
+    }
+
+    void DropTiles() {
+        for (Tile& tile : tiles) {
+            glDeleteTextures(1, &tile.texture);
+        }
+        tiles.clear();
+        key = nullptr;
+    }
+
+    void Quad(const QRectF& destination, const QRectF& uv) {
+        const float v[16] = {float(destination.left()),  float(destination.top()),
+                             float(uv.left()),           float(uv.top()),
+                             float(destination.right()), float(destination.top()),
+                             float(uv.right()),          float(uv.top()),
+                             float(destination.left()),  float(destination.bottom()),
+                             float(uv.left()),           float(uv.bottom()),
+                             float(destination.right()), float(destination.bottom()),
+                             float(uv.right()),          float(uv.bottom())};
+        glBufferSubData(GL_ARRAY_BUFFER, 0, sizeof(v), v);
+        glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+    }
+
+    void DrawOverlay(const Overlay& overlay, const QRect& where, GLint filter) {
+        glBindTexture(GL_TEXTURE_2D, overlay.texture);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
+        Quad(QRectF(where), QRectF(0, 0, 1, 1));
+    }
+};
+
+GlView::GlView(QWidget* parent) : PictureView(parent), gl_(std::make_unique<Resources>()) {
+    recover_.setSingleShot(true);
+    connect(&recover_, &QTimer::timeout, this, &GlView::Recover);
+    // After a suspend the context may have gone; look once the program is active again.
+    connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState s) {
+        if (s == Qt::ApplicationActive && !resetPending_) {
+            recover_.start(kStillLostMs);
+        }
+    });
+    CreateSurface();
+}
+
+GlView::~GlView() {
+    ReleaseTextures();
+    delete surface_;
+    surface_ = nullptr;
+}
+
+void GlView::CreateSurface() {
+    surface_ = new GlSurface(this);
+    connect(surface_, &QOpenGLWidget::frameSwapped, this, [this] { ++presents_; });
+    surface_->setGeometry(rect());
+    surface_->show();
+}
+
+void GlView::resizeEvent(QResizeEvent* event) {
+    PictureView::resizeEvent(event);
+    // The surface redraws into its new size in the same frame, so a resize does not flash.
+    surface_->setGeometry(rect());
+}
+
+void GlView::Redraw() {
+    surface_->update();
+}
+
+QImage GlView::Screenshot() {
+    return surface_->grabFramebuffer();
+}
+
+int GlView::TileCount() const {
+    return static_cast<int>(gl_->tiles.size());
+}
+
+void GlView::Initialize() {
+    gl_ = std::make_unique<Resources>();
+    Resources& gl = *gl_;
+    if (!gl.initializeOpenGLFunctions()) {
+        return;
+    }
+    if (!gl.program.addShaderFromSourceCode(QOpenGLShader::Vertex, kVertexShader) ||
+        !gl.program.addShaderFromSourceCode(QOpenGLShader::Fragment, kFragmentShader) ||
+        !gl.program.link()) {
+        return;
+    }
+    gl.glGetIntegerv(GL_MAX_TEXTURE_SIZE, &gl.maxTexture);
+    gl.glGenVertexArrays(1, &gl.vao);
+    gl.glBindVertexArray(gl.vao);
+    gl.glGenBuffers(1, &gl.vbo);
+    gl.glBindBuffer(GL_ARRAY_BUFFER, gl.vbo);
+    gl.glBufferData(GL_ARRAY_BUFFER, 16 * sizeof(float), nullptr, GL_DYNAMIC_DRAW);
+    gl.glEnableVertexAttribArray(0);
+    gl.glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 4 * sizeof(float), nullptr);
+    gl.glEnableVertexAttribArray(1);
+    gl.glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, 4 * sizeof(float),
+                             reinterpret_cast<void*>(2 * sizeof(float)));
+    gl.ready = true;
+    // The context is new (first show, or made again after a loss): the texture ids of an
+    // older one mean nothing here.
+    connect(
+        surface_->context(), &QOpenGLContext::aboutToBeDestroyed, this,
+        [this] {
+            // The context takes its textures with it.
+            gl_->tiles.clear();
+            gl_->key = nullptr;
+            gl_->caption = {};
+            gl_->copied = {};
+            gl_->badge = {};
+            gl_->ready = false;
+        },
+        Qt::DirectConnection);
+}
+
+void GlView::PictureChanged() {
+    // Upload now rather than in the next paint where the context can be made current, so
+    // that the paint after a navigation only draws.
+    if (!image_.isNull() && gl_->ready && !resetPending_ && surface_->context() != nullptr) {
+        surface_->makeCurrent();
+        Upload(picture_.get(), image_);
+        surface_->doneCurrent();
+    }
+}
+
+void GlView::Upload(const void* key, const QImage& source) {
+    Resources& gl = *gl_;
+    if (gl.key == key && !gl.tiles.empty()) {
+        return;
+    }
+    QElapsedTimer clock;
+    clock.start();
+    gl.DropTiles();
+    QImage image = source;
+    if (image.format() != QImage::Format_ARGB32_Premultiplied &&
+        image.format() != QImage::Format_RGB32) {
+        image = image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    }
+    int limit = gl.maxTexture > 0 ? gl.maxTexture : 2048;
+    if (tileLimit_ > 0) {
+        limit = std::min(limit, tileLimit_);
+    }
+    gl.mipmaps = settings::MultiSampling.On();
+    for (int y = 0; y < image.height(); y += limit) {
+        for (int x = 0; x < image.width(); x += limit) {
+            const int w = std::min(limit, image.width() - x);
+            const int h = std::min(limit, image.height() - y);
+            Resources::Tile tile;
+            tile.texture = gl.MakeTexture(image, x, y, w, h);
+            tile.rect = QRect(x, y, w, h);
+            if (gl.mipmaps) {
+                gl.glGenerateMipmap(GL_TEXTURE_2D);
+            } else {
+                gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
+            }
+            gl.tiles.push_back(tile);
+        }
+    }
+    gl.key = key;
+    if (measureUploads_) {
+        gl.glFinish();
+    }
+    lastUploadMs_ = static_cast<double>(clock.nsecsElapsed()) / 1e6;
+}
+
+void GlView::ReleaseTextures() {
+    if (!gl_->ready || surface_ == nullptr || surface_->context() == nullptr) {
+        gl_->tiles.clear();
+        gl_->key = nullptr;
+        return;
+    }
+    surface_->makeCurrent();
+    gl_->DropTiles();
+    gl_->DropOverlay(gl_->caption);
+    gl_->DropOverlay(gl_->copied);
+    gl_->DropOverlay(gl_->badge);
+    surface_->doneCurrent();
+}
+
+bool GlView::ContextLost() {
+    if (simulatedLoss_) {
+        simulatedLoss_ = false;
+        return true;
+    }
+    QOpenGLContext* context = surface_->context();
+    return context == nullptr || !context->isValid() || !gl_->ready;
+}
+
+void GlView::HandleLoss() {
+    if (resetPending_) {
+        return;
+    }
+    ++lostCount_;
+    resetPending_ = true;
+    if (lostCount_ < 2) {
+        recover_.start(kFirstRecoveryMs);
+    } else {
+        emit DisplayFailed();
+    }
+}
+
+void GlView::Recover() {
+    QOpenGLContext* context = surface_->context();
+    if (context != nullptr && !context->isValid()) {
+        // The driver reset the context: a new surface brings a new one, and the old
+        // textures went with the old context.
+        gl_->tiles.clear();
+        gl_->key = nullptr;
+        gl_->ready = false;
+        delete surface_;
+        CreateSurface();
+    } else if (!resetPending_) {
+        return;  // a resume check that found nothing wrong
+    } else {
+        ReleaseTextures();
+    }
+    resetPending_ = false;
+    Redraw();
+}
+
+void GlView::Paint() {
+    Resources& gl = *gl_;
+    if (ContextLost()) {
+        HandleLoss();
+    }
+    if (gl.ready) {
+        gl.glClearColor(0, 0, 0, 1);
+        gl.glClear(GL_COLOR_BUFFER_BIT);
+    }
+    if (resetPending_ || !gl.ready) {
+        return;  // black until the context is back
+    }
+    const DrawPlan plan = Plan(width(), height());
+    const QImage& picture = plan.decoded ? image_ : plan.owned;
+    static const int kStartKey = 1;
+    static const int kErrorKey = 2;
+    const void* key = plan.decoded    ? static_cast<const void*>(picture_.get())
+                      : errorPicture_ ? &kErrorKey
+                                      : &kStartKey;
+
+    gl.program.bind();
+    gl.program.setUniformValue("viewSize", QVector2D(float(width()), float(height())));
+    gl.program.setUniformValue("picture", 0);
+    gl.glActiveTexture(GL_TEXTURE0);
+    gl.glBindVertexArray(gl.vao);
+    gl.glBindBuffer(GL_ARRAY_BUFFER, gl.vbo);
+    // Every texture holds premultiplied pixels.
+    gl.glEnable(GL_BLEND);
+    gl.glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+
+    const QRect destination = ToQRect(plan.layout.destination);
+    const QRect source = ToQRect(plan.layout.source);
+    if (!picture.isNull() && !destination.isEmpty() && !source.isEmpty()) {
+        Upload(key, picture);
+        GLint minFilter = GL_NEAREST;
+        GLint magFilter = GL_NEAREST;
+        if (plan.filter == Filter::Linear) {
+            minFilter = magFilter = GL_LINEAR;
+        } else if (plan.filter == Filter::Mipmapped) {
+            minFilter = gl.mipmaps ? GL_LINEAR_MIPMAP_LINEAR : GL_LINEAR;
+            magFilter = GL_LINEAR;
+        }
+        const double sx = double(destination.width()) / source.width();
+        const double sy = double(destination.height()) / source.height();
+        for (const Resources::Tile& tile : gl.tiles) {
+            const QRect part = tile.rect & source;
+            if (part.isEmpty()) {
+                continue;
+            }
+            const QRectF where(destination.left() + (part.left() - source.left()) * sx,
+                               destination.top() + (part.top() - source.top()) * sy,
+                               part.width() * sx, part.height() * sy);
+            const QRectF uv(double(part.left() - tile.rect.left()) / tile.rect.width(),
+                            double(part.top() - tile.rect.top()) / tile.rect.height(),
+                            double(part.width()) / tile.rect.width(),
+                            double(part.height()) / tile.rect.height());
+            gl.glBindTexture(GL_TEXTURE_2D, tile.texture);
+            gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, minFilter);
+            gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, magFilter);
+            gl.Quad(where, uv);
+        }
+    }
+    if (!plan.captionBox.isEmpty()) {
+        gl.SetOverlay(gl.caption, CaptionImage(plan.captionBox.size(), plan.caption), plan.caption);
+        gl.DrawOverlay(gl.caption, plan.captionBox, GL_NEAREST);
+    }
+    if (!plan.copiedStamp.isEmpty()) {
+        gl.SetOverlay(gl.copied, CopiedStampImage());
+        gl.DrawOverlay(gl.copied, plan.copiedStamp, GL_LINEAR);
+    }
+    if (!plan.markBadge.isEmpty()) {
+        gl.SetOverlay(gl.badge, MarkBadgeImage());
+        gl.DrawOverlay(gl.badge, plan.markBadge, GL_LINEAR);
+    }
+    gl.glBindVertexArray(0);
+    gl.program.release();
+    lostCount_ = 0;
+    NotePainted(destination);
+}
+
+bool OpenGlAvailable() {
+    QOpenGLContext context;
+    context.setFormat(ViewFormat());
+    if (!context.create()) {
+        return false;
+    }
+    QOffscreenSurface surface;
+    surface.setFormat(context.format());
+    surface.create();
+    if (!surface.isValid() || !context.makeCurrent(&surface)) {
+        return false;
+    }
+    const QSurfaceFormat made = context.format();
+    const bool usable =
+        made.version() >= qMakePair(3, 3) && made.renderableType() == QSurfaceFormat::OpenGL;
+    context.doneCurrent();
+    return usable;
+}
+
+PictureView* CreatePictureView(bool accelerated, QWidget* parent, bool& fellBack) {
+    fellBack = false;
+    if (accelerated) {
+        if (OpenGlAvailable()) {
+            return new GlView(parent);
+        }
+        fellBack = true;
+    }
+    return new RasterView(parent);
+}
+
+}  // namespace orvanta::display

@@ -1,0 +1,84 @@
+// The picture view on the accelerated path: OpenGL 3.3 core through a QOpenGLWidget that
+// fills the view (it takes no input: mouse and keys go to the view itself). A picture is
+// uploaded once as textures, in tiles when it is larger than the driver's texture limit,
+// with mipmaps when multi-sampling is on; each frame clears to black and draws the planned
+// source rectangle into the destination as textured quads, then the caption box and the
+// stamps blended over it.
+//
+// A lost context (a reset reported by the driver, an invalid context, or the test hook) is
+// survived once: the frame stays black, the textures are dropped and made again 250 ms
+// later. A second loss before a frame was drawn again emits DisplayFailed.
+//
+// Thread rules: user-interface thread only. The textures belong to the shown picture and
+// go as soon as the view lets go of it.
+#pragma once
+
+#include <memory>
+
+#include <QElapsedTimer>
+
+#include "display/picture_view.h"
+
+namespace orvanta::display {
+
+class GlSurface;
+
+class GlView final : public PictureView {
+    Q_OBJECT
+
+public:
+    explicit GlView(QWidget* parent = nullptr);
+    ~GlView() override;
+
+    QImage Screenshot() override;
+    bool Accelerated() const override { return true; }
+    void Redraw() override;
+    std::uint64_t PresentCount() const override { return presents_; }
+
+    // Hooks for tests and benchmarks.
+    void SimulateContextLoss() { simulatedLoss_ = true; }
+    void SetMaxTileSize(int size) { tileLimit_ = size; }
+    int TileCount() const;
+    int LostCount() const { return lostCount_; }
+    // Time of the last picture upload in milliseconds (finished on the device when
+    // `measure` is on).
+    void SetMeasureUploads(bool measure) { measureUploads_ = measure; }
+    double LastUploadMs() const { return lastUploadMs_; }
+
+protected:
+    void PictureChanged() override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    friend class GlSurface;
+    struct Resources;
+
+    void CreateSurface();
+    void Initialize();
+    void Paint();
+    bool ContextLost();
+    void HandleLoss();
+    void Recover();
+    void Upload(const void* key, const QImage& image);
+    void ReleaseTextures();
+
+    GlSurface* surface_ = nullptr;
+    std::unique_ptr<Resources> gl_;
+    QTimer recover_;
+    int tileLimit_ = 0;
+    int lostCount_ = 0;
+    bool resetPending_ = false;
+    bool simulatedLoss_ = false;
+    bool measureUploads_ = false;
+    double lastUploadMs_ = 0;
+    std::uint64_t presents_ = 0;
+};
+
+// Whether an OpenGL 3.3 core context can be made on this display.
+bool OpenGlAvailable();
+
+// The view for the start-up settings: the accelerated one when asked for and available,
+// else the raster one with `fellBack` set when acceleration was asked for.
+PictureView* CreatePictureView(bool accelerated, QWidget* parent, bool& fellBack);
+
+}  // namespace orvanta::display

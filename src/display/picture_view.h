@@ -1,0 +1,162 @@
+// The picture view the frame talks to: the current picture (a decoded picture, the start
+// picture with its caption, or the error picture), the copied stamp and the mark badge, the
+// geometry of fit, actual size and magnifier, and all mouse and key input on the view
+// (holding and dragging, the magnifier, arrow-key panning, the hand cursor, hiding an idle
+// cursor, the hover over the bottom strip). What to draw is decided here once per frame
+// (`Plan`), so that the two presenters deriving from it, the raster one and the OpenGL
+// one, put the same things in the same places.
+//
+// Thread rules: user-interface thread only.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include <QImage>
+#include <QPoint>
+#include <QTimer>
+#include <QWidget>
+
+#include "decode/decoded_picture.h"
+#include "display/view_geometry.h"
+
+namespace orvanta::display {
+
+// How the picture is sampled for one frame.
+enum class Filter {
+    Nearest,    // each screen pixel shows one picture pixel
+    Linear,     // bilinear
+    Mipmapped,  // a reduction sampled from pre-reduced levels, so fine detail does not shimmer
+};
+
+// The caption box forces plain copies; a reduction is filtered (from mipmaps when
+// multi-sampling is on); an enlargement is smooth only for a stretched small picture or when
+// the user asks for smooth pixels, so that a photographer sees the pixels at 100% and above.
+Filter ChooseFilter(bool reducing, bool enlarged, bool caption, bool smoothPixels,
+                    bool multisampling);
+
+// Everything one frame shows, in widget pixels.
+struct DrawPlan {
+    bool decoded = false;  // a decoded picture is shown (else the view's own picture, if any)
+    QImage owned;          // the start or error picture
+    Layout layout;         // destination already moved up for the caption box
+    Filter filter = Filter::Nearest;
+    bool reducing = false;
+    QString caption;
+    QRect captionBox;   // empty without a caption
+    QRect copiedStamp;  // empty when not shown
+    QRect markBadge;    // empty when not shown
+};
+
+class PictureView : public QWidget {
+    Q_OBJECT
+
+public:
+    // The picture moves up this far to leave room for its caption box.
+    static constexpr int kCaptionLift = 32;
+
+    explicit PictureView(QWidget* parent = nullptr);
+
+    void SetPicture(std::shared_ptr<const decode::DecodedPicture> picture);
+    // The start picture with its caption text (empty: no caption).
+    void ShowStartPicture(const QString& caption);
+    void ShowErrorPicture();
+    // The copied stamp and the mark badge of the shown entry.
+    void SetStamps(bool copied, bool marked);
+    // The actual-size command.
+    void ToggleActualSize();
+
+    const std::shared_ptr<const decode::DecodedPicture>& Picture() const { return picture_; }
+    const ViewGeometry& Geometry() const { return geometry_; }
+    // The destination of the last paint, in widget pixels.
+    QRect LastDestination() const { return lastDestination_; }
+    // Paints counted since construction (benchmarks and tests wait for the next one).
+    std::uint64_t PaintCount() const { return paints_; }
+    // Frames that reached the window (for the accelerated view: swapped to the screen).
+    virtual std::uint64_t PresentCount() const { return paints_; }
+    bool CursorHidden() const { return cursorHidden_; }
+
+    // What the view shows now, as the screen would (tests and --screenshot).
+    virtual QImage Screenshot() = 0;
+    virtual bool Accelerated() const = 0;
+    // Draws the next frame (a plain update() on the raster path).
+    virtual void Redraw() { update(); }
+
+    // The frame layout for the current state in a `width` x `height` view. Non-const: the
+    // geometry clamps the pan as it lays out.
+    DrawPlan Plan(int width, int height);
+
+    // The pictures of the overlays and of the view's own pictures, drawn at first use.
+    static const QImage& CopiedStampImage();
+    static const QImage& MarkBadgeImage();
+    static QImage StartImage();
+    static QImage ErrorImage();
+    static QImage CaptionImage(const QSize& size, const QString& text);
+
+signals:
+    void Painted();
+    // A button went down on the view, or the cursor rests away from the bottom strip: the
+    // frame may hide its auto-hidden panel.
+    void PanelHideRequested();
+    // The cursor rests on the bottom strip, or Alt went down: the frame shows its panel.
+    void PanelShowRequested();
+    // The middle button: the keep command.
+    void KeepRequested();
+    // The accelerated drawing failed twice in a row; the frame restarts without it.
+    void DisplayFailed();
+
+protected:
+    // The presenter learns of a new picture (reduce it, upload it).
+    virtual void PictureChanged() {}
+    void NotePainted(const QRect& destination);
+
+    bool event(QEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+    std::shared_ptr<const decode::DecodedPicture> picture_;
+    QImage image_;  // wraps picture_'s pixels
+    bool startPicture_ = false;
+    bool errorPicture_ = false;
+    QString caption_;
+
+private:
+    void UpdateOptions();
+    void UpdateCursor();
+    void ShowCursor();
+    void HideCursor();
+    bool ViewOwned() const { return image_.isNull(); }
+    void Capture(const QPoint& global, bool magnifier);
+    void Release();
+    bool ArrowAllowed(int key, Qt::KeyboardModifiers modifiers, bool apply);
+    void Hover(const QPoint& global);
+
+    ViewGeometry geometry_;
+    bool copied_ = false;
+    bool marked_ = false;
+    bool captured_ = false;
+    QPoint anchor_;  // screen point where the drag began
+    QPoint home_;    // where the hidden cursor goes back to
+    bool cursorHidden_ = false;
+    bool dragHidden_ = false;
+    QPoint idlePoint_{-100000, -100000};
+    QPoint hoverPoint_{-100000, -100000};
+    QTimer stripShow_;  // the cursor rests on the bottom strip
+    QTimer stripHide_;  // the cursor rests above it
+    QTimer idle_;       // hides a resting cursor
+    QRect lastDestination_;
+    std::uint64_t paints_ = 0;
+};
+
+// Wraps a decoded picture's pixels in a QImage without copying; null for formats the view
+// cannot draw.
+QImage WrapPicture(const decode::DecodedPicture& picture);
+
+ViewRect ToViewRect(const QRect& r);
+QRect ToQRect(const ViewRect& r);
+
+}  // namespace orvanta::display

@@ -1,0 +1,55 @@
+// Pictures for the view tests, made in memory in the display format: a pattern whose every
+// region differs, so that a shifted or scaled drawing shows.
+#pragma once
+
+#include <memory>
+
+#include <QElapsedTimer>
+#include <QThread>
+
+#include "decode/decoded_picture.h"
+#include "frame/frame_app.h"
+
+namespace orvanta::display::test {
+
+// Smooth colour ramps with a grid of dark lines every 64 pixels.
+inline std::shared_ptr<const decode::DecodedPicture> PatternPicture(int width, int height) {
+    auto picture = std::make_shared<decode::DecodedPicture>();
+    const Result made = imaging::PixelBuffer::Create(
+        {static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)},
+        imaging::PixelFormat::Pbgra32, 0, picture->pixels);
+    if (made.Failed()) {
+        return picture;
+    }
+    for (int y = 0; y < height; ++y) {
+        auto* row = reinterpret_cast<std::uint8_t*>(picture->pixels.Row(y));
+        for (int x = 0; x < width; ++x) {
+            const bool line = x % 64 < 2 || y % 64 < 2;
+            row[4 * x] = line ? 20 : static_cast<std::uint8_t>(255 * x / width);
+            row[4 * x + 1] = line ? 20 : static_cast<std::uint8_t>(255 * y / height);
+            row[4 * x + 2] = line ? 20 : static_cast<std::uint8_t>(128 + (x + y) % 128);
+            row[4 * x + 3] = 255;
+        }
+    }
+    picture->width = static_cast<std::uint32_t>(width);
+    picture->height = static_cast<std::uint32_t>(height);
+    picture->sourceBitsPerPixel = 24;
+    return picture;
+}
+
+template <typename Done>
+bool PumpUntil(Done done, int limitMs = 10'000) {
+    QElapsedTimer clock;
+    clock.start();
+    while (!done() && clock.elapsed() < limitMs) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        QThread::msleep(1);
+    }
+    return done();
+}
+
+inline void Pump(int ms) {
+    PumpUntil([] { return false; }, ms);
+}
+
+}  // namespace orvanta::display::test
