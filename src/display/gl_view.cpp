@@ -174,6 +174,13 @@ GlView::GlView(QWidget* parent) : PictureView(parent), gl_(std::make_unique<Reso
 
 GlView::~GlView() {
     ReleaseTextures();
+    // The functions and the program go while their context still exists.
+    if (surface_->context() != nullptr) {
+        surface_->makeCurrent();
+        gl_.reset();
+        surface_->doneCurrent();
+    }
+    gl_.reset();
     delete surface_;
     surface_ = nullptr;
 }
@@ -200,7 +207,7 @@ QImage GlView::Screenshot() {
 }
 
 int GlView::TileCount() const {
-    return static_cast<int>(gl_->tiles.size());
+    return gl_ ? static_cast<int>(gl_->tiles.size()) : 0;
 }
 
 void GlView::Initialize() {
@@ -231,6 +238,9 @@ void GlView::Initialize() {
     connect(
         surface_->context(), &QOpenGLContext::aboutToBeDestroyed, this,
         [this] {
+            if (!gl_) {
+                return;
+            }
             // The context takes its textures with it.
             gl_->tiles.clear();
             gl_->key = nullptr;
@@ -333,9 +343,7 @@ void GlView::Recover() {
     if (context != nullptr && !context->isValid()) {
         // The driver reset the context: a new surface brings a new one, and the old
         // textures went with the old context.
-        gl_->tiles.clear();
-        gl_->key = nullptr;
-        gl_->ready = false;
+        gl_ = std::make_unique<Resources>();
         delete surface_;
         CreateSurface();
     } else if (!resetPending_) {

@@ -104,6 +104,20 @@ TEST_F(GlViewTest, ShowsWhatTheRasterPathShows) {
     const Difference reduced = Compare(gl, raster, 40);
     EXPECT_GT(reduced.within, 0.97);
 
+    // The magnifier enlarges without smoothing on both paths.
+    for (PictureView* view :
+         {static_cast<PictureView*>(gl_.get()), static_cast<PictureView*>(raster_.get())}) {
+        test::Mouse(*view, QEvent::MouseButtonPress, Qt::RightButton, Qt::RightButton, {360, 290});
+    }
+    std::tie(gl, raster) = Shots("magnified");
+    EXPECT_EQ(gl_->LastDestination(), QRect(0, 0, 800, 600));
+    EXPECT_EQ(gl_->Geometry().PanX(), raster_->Geometry().PanX());
+    EXPECT_GT(Compare(gl, raster, 8).within, 0.97);
+    for (PictureView* view :
+         {static_cast<PictureView*>(gl_.get()), static_cast<PictureView*>(raster_.get())}) {
+        test::Mouse(*view, QEvent::MouseButtonRelease, Qt::RightButton, Qt::NoButton, {360, 290});
+    }
+
     gl_->ToggleActualSize();
     raster_->ToggleActualSize();
     std::tie(gl, raster) = Shots("actual");

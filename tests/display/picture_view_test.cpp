@@ -15,12 +15,7 @@ namespace {
 using test::PatternPicture;
 using test::PumpUntil;
 
-void Mouse(QWidget& widget, QEvent::Type type, Qt::MouseButton button, Qt::MouseButtons buttons,
-           QPoint local, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
-    QMouseEvent event(type, QPointF(local), QPointF(widget.mapToGlobal(local)), button, buttons,
-                      modifiers);
-    QCoreApplication::sendEvent(&widget, &event);
-}
+using test::Mouse;
 
 bool Key(QWidget& widget, int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
     QKeyEvent event(QEvent::KeyPress, key, modifiers);

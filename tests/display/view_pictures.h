@@ -5,6 +5,7 @@
 #include <memory>
 
 #include <QElapsedTimer>
+#include <QMouseEvent>
 #include <QThread>
 
 #include "decode/decoded_picture.h"
@@ -46,6 +47,14 @@ bool PumpUntil(Done done, int limitMs = 10'000) {
         QThread::msleep(1);
     }
     return done();
+}
+
+inline void Mouse(QWidget& widget, QEvent::Type type, Qt::MouseButton button,
+                  Qt::MouseButtons buttons, QPoint local,
+                  Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+    QMouseEvent event(type, QPointF(local), QPointF(widget.mapToGlobal(local)), button, buttons,
+                      modifiers);
+    QCoreApplication::sendEvent(&widget, &event);
 }
 
 inline void Pump(int ms) {
