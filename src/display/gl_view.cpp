@@ -6,6 +6,7 @@
 #include <QGuiApplication>
 #include <QOffscreenSurface>
 #include <QOpenGLContext>
+#include <QOpenGLFunctions>
 #include <QOpenGLFunctions_3_3_Core>
 #include <QOpenGLShaderProgram>
 #include <QOpenGLWidget>
@@ -435,7 +436,7 @@ void GlView::Paint() {
     NotePainted(destination);
 }
 
-bool OpenGlAvailable() {
+bool OpenGlAvailable(bool* software) {
     QOpenGLContext context;
     context.setFormat(ViewFormat());
     if (!context.create()) {
@@ -450,6 +451,13 @@ bool OpenGlAvailable() {
     const QSurfaceFormat made = context.format();
     const bool usable =
         made.version() >= qMakePair(3, 3) && made.renderableType() == QSurfaceFormat::OpenGL;
+    if (software != nullptr) {
+        const auto* renderer = reinterpret_cast<const char*>(
+            context.functions()->glGetString(GL_RENDERER));
+        const QByteArray name = QByteArray(renderer != nullptr ? renderer : "").toLower();
+        *software = name.contains("llvmpipe") || name.contains("softpipe") ||
+                    name.contains("swrast") || name.contains("software");
+    }
     context.doneCurrent();
     return usable;
 }
@@ -457,8 +465,15 @@ bool OpenGlAvailable() {
 PictureView* CreatePictureView(bool accelerated, QWidget* parent, bool& fellBack) {
     fellBack = false;
     if (accelerated) {
-        if (OpenGlAvailable()) {
-            return new GlView(parent);
+        // A software rasteriser draws a textured quad far slower than the raster path paints
+        // its prepared reduction (every upload and every frame go through the processor), so
+        // it counts as no accelerator at all; ORVANTA_SOFTWARE_GL=1 keeps it for tests.
+        bool software = false;
+        if (OpenGlAvailable(&software)) {
+            if (!software || qEnvironmentVariableIntValue("ORVANTA_SOFTWARE_GL") == 1) {
+                return new GlView(parent);
+            }
+            return new RasterView(parent);
         }
         fellBack = true;
     }

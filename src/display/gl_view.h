@@ -74,11 +74,13 @@ private:
     std::uint64_t presents_ = 0;
 };
 
-// Whether an OpenGL 3.3 core context can be made on this display.
-bool OpenGlAvailable();
+// Whether an OpenGL 3.3 core context can be made on this display; `software` tells whether
+// its renderer is a software rasteriser.
+bool OpenGlAvailable(bool* software = nullptr);
 
 // The view for the start-up settings: the accelerated one when asked for and available,
-// else the raster one with `fellBack` set when acceleration was asked for.
+// else the raster one with `fellBack` set when acceleration was asked for. A software
+// rasteriser gets the raster view without `fellBack` (unless ORVANTA_SOFTWARE_GL=1).
 PictureView* CreatePictureView(bool accelerated, QWidget* parent, bool& fellBack);
 
 }  // namespace orvanta::display
