@@ -17,8 +17,8 @@ packages=(
     libgphoto2-dev libsodium-dev nlohmann-json3-dev
     # tests and benchmarks
     libgtest-dev libgmock-dev googletest libbenchmark-dev
-    # an independent metadata reader the integration tests compare with
-    libimage-exiftool-perl
+    # independent metadata readers the integration tests compare with
+    libimage-exiftool-perl exiv2
     # window tests under a virtual display
     xvfb xauth libgl1-mesa-dri libegl-mesa0 fonts-dejavu-core
 )
