@@ -18,6 +18,7 @@
 #include "app/check_point.h"
 #include "app/language_startup.h"
 #include "app/single_instance.h"
+#include "app/startup_trace.h"
 #include "app/wake_up_receiver.h"
 #include "cmdline/command_line.h"
 #include "cmdline/startup_request.h"
@@ -62,11 +63,6 @@ void OnTerminate(int) {
     terminationRequested.store(true);
 }
 
-bool Trace() {
-    const char* value = std::getenv("ORVANTA_TRACE");
-    return value != nullptr && *value != '\0';
-}
-
 }  // namespace
 
 void StartupTasks() {
@@ -83,11 +79,13 @@ int RunProgram(int argc, char** argv) {
     QElapsedTimer sinceStart;
     sinceStart.start();
     SetCheckPoint(99);
+    TraceStartup("main entered");
     std::vector<std::string> arguments(argv, argv + argc);
     SetCheckPoint(104);
     // The single-instance test before anything is shown.
     QApplication application(argc, argv);
     SetCheckPoint(114);
+    TraceStartup("application made");
     SingleInstance instance(DefaultSocketFolder(), InstanceName(CurrentUserName()));
     SetCheckPoint(115);
     const std::vector<std::string> handedOver(arguments.begin() + 1, arguments.end());
@@ -96,6 +94,7 @@ int RunProgram(int argc, char** argv) {
         return 0;
     }
     SetCheckPoint(118);
+    TraceStartup("single-instance test passed");
 
     // Run operation.
     SetCheckPoint(37);
@@ -109,10 +108,12 @@ int RunProgram(int argc, char** argv) {
         return -1;
     }
     SetCheckPoint(39);
+    TraceStartup("language loaded");
     SetCheckPoint(40);
     SetCheckPoint(41);
     settings::LoadSettings(platform::RegistryStore::User());
     SetCheckPoint(51);
+    TraceStartup("settings loaded");
     if (request.colorProfile.value && !request.colorProfile.value->empty()) {
         const std::string profile = settings::TargetProfileFromName(*request.colorProfile.value);
         if (!profile.empty()) {
@@ -121,8 +122,18 @@ int RunProgram(int argc, char** argv) {
     }
 
     auto frame = std::make_unique<frame::MainFrame>();
-    frame->SetTrace(Trace());
+    frame->SetTrace(StartupTraceOn());
+    // The file to be shown first decodes on the other core while the window is made and
+    // shown; its entry takes the picture once the list has found it.
+    if (!request.imageFolder.present) {
+        const std::string first = request.plain.substr(0, request.plain.find('|'));
+        std::error_code error;
+        if (!first.empty() && std::filesystem::is_regular_file(first, error)) {
+            frame->DecodeAhead(first);
+        }
+    }
     SetCheckPoint(52);
+    TraceStartup("frame made");
     SetCheckPoint(53);
     std::thread(StartupTasks).detach();
 
@@ -176,6 +187,7 @@ int RunProgram(int argc, char** argv) {
         frame->show();
     }
     SetCheckPoint(68);
+    TraceStartup("window shown");
     SetCheckPoint(69);
     SetCheckPoint(70);
     frame->ShowStartPicture();
@@ -228,6 +240,7 @@ int RunProgram(int argc, char** argv) {
         }
     }
     SetCheckPoint(81);
+    TraceStartup("command line opened");
     SetCheckPoint(85);
     SetCheckPoint(87);
     SetCheckPoint(89);
@@ -236,7 +249,7 @@ int RunProgram(int argc, char** argv) {
     SetCheckPoint(92);
     frame->SetModes(modes);
 
-    if (Trace()) {
+    if (StartupTraceOn()) {
         // The first paint of a picture (not the start picture) after the process began.
         auto* view = &frame->View();
         auto connection = std::make_shared<QMetaObject::Connection>();
@@ -264,6 +277,7 @@ int RunProgram(int argc, char** argv) {
     terminationWatch.start(100);
 
     SetCheckPoint(93);
+    TraceStartup("message loop entered");
     const int code = QApplication::exec();
     SetCheckPoint(94);
     instance.Close();
