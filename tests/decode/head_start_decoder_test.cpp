@@ -6,22 +6,13 @@
 
 #include "list/picture_entry.h"
 #include "metadata/picture_metadata.h"
+#include "one_entry.h"
 #include "settings/settings.h"
 #include "support/picture_fixtures.h"
 #include "support/temp_folder.h"
 
 namespace orvanta::decode {
 namespace {
-
-// An entry of a list of one.
-struct OneEntry {
-    explicit OneEntry(const std::filesystem::path& basePath) {
-        entry.nameLink = index.emplace(basePath.string(), &entry);
-        entry.decoding = true;
-    }
-    list::NameIndex index;
-    list::PictureEntry entry;
-};
 
 class HeadStart : public testing::Test {
 protected:
