@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds a release and runs Orvanta on the folder or files given,
-# or on a sample shoot made once in build/sample-shoot (a dozen generated photo-like JPEGs
-# beside the bundled samples: PNG, GIF and an EXIF-rotated JPEG). Without a display it runs
+# or on a sample shoot made once in build/sample-shoot (a dozen generated photo-like pictures
+# in JPEG, PNG, TIFF and WebP with shooting data, a JPEG and DNG raw pair and a three-page
+# TIFF, beside the bundled samples: PNG, GIF and an EXIF-rotated JPEG). Without a display it runs
 # under xvfb-run, saves screenshots of the start picture and the first pictures and says
 # where they are.
 set -euo pipefail
@@ -10,13 +11,14 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 build="$top/build/release"
 cmake -S "$top" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DORVANTA_BUILD_TESTS=OFF -DORVANTA_BUILD_BENCH=ON >/dev/null
-cmake --build "$build" --target orvanta orvanta-cli navigate_pictures frame_ui_bench -j 2
+cmake --build "$build" --target orvanta orvanta-cli sample_shoot frame_ui_bench -j 2
 
 if [ $# -eq 0 ]; then
     shoot="$top/build/sample-shoot"
-    if [ ! -f "$shoot/.made" ]; then
+    if [ ! -f "$shoot/.made" ] || [ ! -f "$shoot/IMG_0100.dng" ]; then
+        rm -rf "$shoot"  # a shoot of an older make goes
         mkdir -p "$shoot"
-        "$build/bench/navigate_pictures" "$shoot" 12 12 >/dev/null
+        "$build/bench/sample_shoot" "$shoot" >/dev/null
         cp "$top"/data/samples/*.jpg "$top"/data/samples/*.png "$top"/data/samples/*.gif "$shoot/"
         touch "$shoot/.made"
     fi

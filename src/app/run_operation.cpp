@@ -20,6 +20,7 @@
 #include "app/check_point.h"
 #include "app/language_startup.h"
 #include "app/single_instance.h"
+#include "app/startup_trace.h"
 #include "app/wake_up_receiver.h"
 #include "cmdline/command_line.h"
 #include "cmdline/startup_request.h"
@@ -66,11 +67,6 @@ void OnTerminate(int) {
     terminationRequested.store(true);
 }
 
-bool Trace() {
-    const char* value = std::getenv("ORVANTA_TRACE");
-    return value != nullptr && *value != '\0';
-}
-
 }  // namespace
 
 void StartupTasks() {
@@ -87,11 +83,13 @@ int RunProgram(int argc, char** argv) {
     QElapsedTimer sinceStart;
     sinceStart.start();
     SetCheckPoint(99);
+    TraceStartup("main entered");
     std::vector<std::string> arguments(argv, argv + argc);
     SetCheckPoint(104);
     // The single-instance test before anything is shown.
     QApplication application(argc, argv);
     SetCheckPoint(114);
+    TraceStartup("application made");
     SingleInstance instance(DefaultSocketFolder(), InstanceName(CurrentUserName()));
     SetCheckPoint(115);
     const std::vector<std::string> handedOver(arguments.begin() + 1, arguments.end());
@@ -100,6 +98,7 @@ int RunProgram(int argc, char** argv) {
         return 0;
     }
     SetCheckPoint(118);
+    TraceStartup("single-instance test passed");
 
     // Run operation.
     SetCheckPoint(37);
@@ -113,11 +112,13 @@ int RunProgram(int argc, char** argv) {
         return -1;
     }
     SetCheckPoint(39);
+    TraceStartup("language loaded");
     SetCheckPoint(40);
     SetCheckPoint(41);
     settings::LoadSettings(platform::RegistryStore::User());
     marks::InstallSidecarReader();
     SetCheckPoint(51);
+    TraceStartup("settings loaded");
     if (request.colorProfile.value && !request.colorProfile.value->empty()) {
         const std::string profile = settings::TargetProfileFromName(*request.colorProfile.value);
         if (!profile.empty()) {
@@ -127,8 +128,18 @@ int RunProgram(int argc, char** argv) {
 
     // The accelerated view unless it is switched off or no OpenGL context can be made.
     auto frame = std::make_unique<frame::MainFrame>(0, nullptr, !settings::DisableHWA.On());
-    frame->SetTrace(Trace());
+    frame->SetTrace(StartupTraceOn());
+    // The file to be shown first decodes on the other core while the window is made and
+    // shown; its entry takes the picture once the list has found it.
+    if (!request.imageFolder.present) {
+        const std::string first = request.plain.substr(0, request.plain.find('|'));
+        std::error_code error;
+        if (!first.empty() && std::filesystem::is_regular_file(first, error)) {
+            frame->DecodeAhead(first);
+        }
+    }
     SetCheckPoint(52);
+    TraceStartup("frame made");
     SetCheckPoint(53);
     std::thread(StartupTasks).detach();
 
@@ -182,6 +193,7 @@ int RunProgram(int argc, char** argv) {
         frame->show();
     }
     SetCheckPoint(68);
+    TraceStartup("window shown");
     SetCheckPoint(69);
     SetCheckPoint(70);
     frame->ShowStartPicture();
@@ -234,6 +246,7 @@ int RunProgram(int argc, char** argv) {
         }
     }
     SetCheckPoint(81);
+    TraceStartup("command line opened");
     SetCheckPoint(85);
     if (frame->AccelerationFailed()) {
         QTimer::singleShot(200, frame.get(), [frame = frame.get()] {
@@ -251,7 +264,7 @@ int RunProgram(int argc, char** argv) {
     SetCheckPoint(92);
     frame->SetModes(modes);
 
-    if (Trace()) {
+    if (StartupTraceOn()) {
         // The first paint of a picture (not the start picture) after the process began.
         auto* view = &frame->View();
         auto connection = std::make_shared<QMetaObject::Connection>();
@@ -279,6 +292,7 @@ int RunProgram(int argc, char** argv) {
     terminationWatch.start(100);
 
     SetCheckPoint(93);
+    TraceStartup("message loop entered");
     const int code = QApplication::exec();
     SetCheckPoint(94);
     instance.Close();

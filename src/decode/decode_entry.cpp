@@ -382,6 +382,18 @@ Result DecodePicture(const std::filesystem::path& path, std::uint16_t frameIndex
 
 Result DecodeEntry(list::PictureEntry& entry, std::string_view decodeKind,
                    const DecodeOptions& options) {
+    return DecodeEntry(entry, decodeKind, options,
+                       [](const std::filesystem::path& path, std::uint16_t frameIndex,
+                          const DecodeOptions& decodeOptions,
+                          const std::atomic<std::uint32_t>& abortFlag, DecodedPicture& picture,
+                          metadata::PictureMetadata& record) {
+                           return DecodePicture(path, frameIndex, decodeOptions, abortFlag,
+                                                picture, record);
+                       });
+}
+
+Result DecodeEntry(list::PictureEntry& entry, std::string_view decodeKind,
+                   const DecodeOptions& options, const PictureDecodeFunction& decodeFile) {
     // The list lock guards the kind: a caller that records it under that lock before the
     // decode finds it unchanged here.
     if (entry.decodeKind != decodeKind) {
@@ -412,7 +424,7 @@ Result DecodeEntry(list::PictureEntry& entry, std::string_view decodeKind,
         auto picture = std::make_shared<DecodedPicture>();
         auto record = std::make_shared<metadata::PictureMetadata>();
         const std::filesystem::path path = entry.BasePath() + "." + std::string(decodeKind);
-        result = DecodePicture(path, entry.frameIndex, options, entry.abortFlag, *picture, *record);
+        result = decodeFile(path, entry.frameIndex, options, entry.abortFlag, *picture, *record);
         if (result == S_OK) {
             entry.width = picture->width;
             entry.height = picture->height;

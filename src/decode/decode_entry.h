@@ -87,4 +87,13 @@ Result DecodePicture(const std::filesystem::path& path, std::uint16_t frameIndex
 Result DecodeEntry(list::PictureEntry& entry, std::string_view decodeKind,
                    const DecodeOptions& options);
 
+// DecodePicture's signature, for a caller that may already hold the picture of a file.
+using PictureDecodeFunction = std::function<Result(
+    const std::filesystem::path& path, std::uint16_t frameIndex, const DecodeOptions& options,
+    const std::atomic<std::uint32_t>& abortFlag, DecodedPicture& picture,
+    metadata::PictureMetadata& record)>;
+// DecodeEntry with the file's picture made by `decodeFile` instead of DecodePicture.
+Result DecodeEntry(list::PictureEntry& entry, std::string_view decodeKind,
+                   const DecodeOptions& options, const PictureDecodeFunction& decodeFile);
+
 }  // namespace orvanta::decode

@@ -32,6 +32,8 @@ public:
                     const MonitorProfileProvider* monitor = nullptr)
         : outputFormat_(outputFormat), accelerated_(accelerated), monitor_(monitor) {}
     Result Decode(list::PictureEntry& entry, std::string_view decodeKind, bool raw) override;
+    // The options a decode started now would use.
+    DecodeOptions Options(bool raw) const;
 
 private:
     imaging::PixelFormat outputFormat_;

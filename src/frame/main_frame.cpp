@@ -61,7 +61,7 @@ std::shared_ptr<const decode::DecodedPicture> PictureOf(list::PictureEntry& entr
 MainFrame::MainFrame(std::uint32_t workers, QWidget* parent, bool accelerated)
     : QMainWindow(parent), decoder_(imaging::PixelFormat::Pbgra32, false) {
     decode::CacheServices services;
-    services.decoder = &decoder_;
+    services.decoder = &headStart_;
     services.notices = this;
     services.workers = workers;
     cache_ = std::make_unique<decode::DecodeCache>(services);
@@ -173,6 +173,10 @@ void MainFrame::BuildShortcuts() {
         connect(item, &QShortcut::activated, this,
                 [this, command] { RunCommand(command, 0, true); });
     }
+}
+
+void MainFrame::DecodeAhead(const std::string& file) {
+    headStart_.Begin(std::filesystem::path(file));
 }
 
 void MainFrame::ShowStartPicture() {

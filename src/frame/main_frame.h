@@ -21,6 +21,7 @@
 #include "decode/decode_cache.h"
 #include "decode/decode_notices.h"
 #include "decode/entry_decoder.h"
+#include "decode/head_start_decoder.h"
 #include "frame/caption_text.h"
 #include "frame/status_text.h"
 #include "list/list_notices.h"
@@ -67,6 +68,9 @@ public:
                        bool accelerated = false);
     ~MainFrame() override;
 
+    // Begins decoding the file that will be shown first while the window is still being
+    // made; the worker that reaches it takes the picture.
+    void DecodeAhead(const std::string& file);
     // The start picture with texts 10051 and 10050.
     void ShowStartPicture();
     // Opens "|"-joined entries: a folder first, or files; false when one was refused.
@@ -123,6 +127,7 @@ private:
     void DisplayFailed();
 
     decode::PipelineDecoder decoder_;
+    decode::HeadStartDecoder headStart_{decoder_};
     std::unique_ptr<decode::DecodeCache> cache_;
     std::unique_ptr<list::PictureList> list_;
     display::PictureView* view_ = nullptr;

@@ -9,6 +9,7 @@
 #include "decode/downscale.h"
 #include "list/picture_entry.h"
 #include "metadata/picture_metadata.h"
+#include "one_entry.h"
 #include "platform/imaging/png_writer.h"
 #include "support/histogram_count.h"
 #include "support/picture_fixtures.h"
@@ -378,16 +379,6 @@ TEST(DecodePicture, RasterPathDrawsTransparentPngOverTheBackground) {
     options.composeOverBackground = false;
     EXPECT_EQ(PixelAt(Decode(path, options).picture, 0, 0)[3], 0);
 }
-
-// An entry of a list of one, for the entry-level step.
-struct OneEntry {
-    explicit OneEntry(const std::filesystem::path& basePath) {
-        entry.nameLink = index.emplace(basePath.string(), &entry);
-        entry.decoding = true;
-    }
-    list::NameIndex index;
-    list::PictureEntry entry;
-};
 
 TEST(DecodeEntry, AbortDuringTheCopyLeavesNoPicture) {
     test::TempFolder folder;
