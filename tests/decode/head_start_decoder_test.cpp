@@ -91,12 +91,14 @@ TEST_F(HeadStart, AbortWhileWaitingEndsWithoutAPictureAndAFailedFileStaysFailed)
     const Result result = decoder_.Decode(big.entry, "jpg", false);
     aborter.join();
     if (result == E_ABORT) {
+        // An entry aborted before its decode began never asks for the head start, which then
+        // waits for the next decode to take it or let it go.
         EXPECT_EQ(big.entry.decodedPicture, nullptr);
     } else {
         EXPECT_EQ(result, S_OK);
         EXPECT_NE(big.entry.decodedPicture, nullptr);
+        EXPECT_FALSE(decoder_.Pending());
     }
-    EXPECT_FALSE(decoder_.Pending());
 
     test::WriteFile(folder_ / "broken.jpg", test::Bytes{0xFF, 0xD8});
     decoder_.Begin(folder_ / "broken.jpg");
