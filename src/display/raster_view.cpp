@@ -216,9 +216,53 @@ void RasterView::paintEvent(QPaintEvent*) {
             painter.drawImage(destination, image_, source);
         }
         lastDestination_ = destination;
+        PaintMarkBadge(painter);
     }
     ++paints_;
     emit Painted();
+}
+
+void RasterView::SetMarks(const list::CullingMarks& marks) {
+    if (marks.rating == marks_.rating && marks.label == marks_.label &&
+        marks.urgency == marks_.urgency &&
+        marks.labellingConvention == marks_.labellingConvention) {
+        return;
+    }
+    marks_ = marks;
+    update();
+}
+
+bool RasterView::ShowsMarkBadge() const {
+    return settings::EnableCopiedStampOverlay.On() && !image_.isNull() &&
+           (marks_.rating >= 1 || marks_.label >= 1 || marks_.urgency >= 1);
+}
+
+void RasterView::PaintMarkBadge(QPainter& painter) {
+    if (!ShowsMarkBadge()) {
+        return;
+    }
+    // 128 x 128 at the bottom-left corner, over the picture.
+    constexpr int kBadge = 128;
+    const QRect badge(0, height() - kBadge, kBadge, kBadge);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(0, 0, 0, 150));
+    painter.drawRoundedRect(badge.adjusted(8, 8, -8, -8), 10, 10);
+    QStringList lines;
+    if (marks_.rating >= 1) {
+        lines << QString(marks_.rating, QChar(0x2605));
+    }
+    if (marks_.label >= 1) {
+        lines << QStringLiteral("L%1").arg(marks_.label);
+    }
+    if (marks_.urgency >= 1) {
+        lines << QStringLiteral("U%1").arg(marks_.urgency);
+    }
+    QFont font = painter.font();
+    font.setPixelSize(20);
+    painter.setFont(font);
+    painter.setPen(QColor(255, 214, 64));
+    painter.drawText(badge.adjusted(12, 12, -12, -12), Qt::AlignCenter, lines.join('\n'));
 }
 
 }  // namespace orvanta::display

@@ -17,6 +17,7 @@
 
 #include "decode/decoded_picture.h"
 #include "display/view_geometry.h"
+#include "list/picture_entry.h"
 
 namespace orvanta::display {
 
@@ -30,6 +31,10 @@ public:
     // The start picture with its caption text (empty: the error picture).
     void ShowStartPicture(const QString& caption);
     void ShowErrorPicture();
+    // The marks of the shown picture: a badge at the bottom-left corner names them while
+    // any is set and the stamp overlays are on.
+    void SetMarks(const list::CullingMarks& marks);
+    bool ShowsMarkBadge() const;
 
     const std::shared_ptr<const decode::DecodedPicture>& Picture() const { return picture_; }
     // The destination of the last paint, in widget pixels.
@@ -46,6 +51,7 @@ protected:
 
 private:
     void StartReduction();
+    void PaintMarkBadge(QPainter& painter);
     QImage OwnedPicture() const;
 
     std::shared_ptr<const decode::DecodedPicture> picture_;
@@ -58,6 +64,7 @@ private:
     bool errorPicture_ = false;
     QString caption_;
     QRect lastDestination_;
+    list::CullingMarks marks_;
     std::uint64_t paints_ = 0;
 };
 
