@@ -24,6 +24,7 @@
 #include "display/raster_view.h"
 #include "frame/main_frame.h"
 #include "frame/window_placement.h"
+#include "marks/sidecar_file.h"
 #include "platform/imaging/component_list.h"
 #include "platform/imaging/guid.h"
 #include "platform/registry/registry.h"
@@ -112,6 +113,7 @@ int RunProgram(int argc, char** argv) {
     SetCheckPoint(40);
     SetCheckPoint(41);
     settings::LoadSettings(platform::RegistryStore::User());
+    marks::InstallSidecarReader();
     SetCheckPoint(51);
     if (request.colorProfile.value && !request.colorProfile.value->empty()) {
         const std::string profile = settings::TargetProfileFromName(*request.colorProfile.value);

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "cli/command.h"
+#include "marks/sidecar_file.h"
 
 namespace orvanta::cli {
 
@@ -83,6 +84,7 @@ std::string JsonString(std::string_view text) {
 
 int main(int argc, char** argv) {
     using namespace orvanta::cli;
+    orvanta::marks::InstallSidecarReader();
     if (argc < 2) {
         PrintUsage(stderr);
         return 2;
