@@ -24,6 +24,7 @@
 #include "display/raster_view.h"
 #include "frame/main_frame.h"
 #include "frame/window_placement.h"
+#include "marks/mark_stores.h"
 #include "marks/sidecar_file.h"
 #include "platform/imaging/component_list.h"
 #include "platform/imaging/guid.h"
@@ -124,6 +125,7 @@ int RunProgram(int argc, char** argv) {
 
     auto frame = std::make_unique<frame::MainFrame>();
     frame->SetTrace(Trace());
+    frame->AttachMarkStores(marks::FileMarkStores());
     SetCheckPoint(52);
     SetCheckPoint(53);
     std::thread(StartupTasks).detach();
