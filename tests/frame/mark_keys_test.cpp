@@ -17,16 +17,7 @@
 namespace orvanta::frame {
 namespace {
 
-template <typename Done>
-bool PumpUntil(Done done) {
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < 20'000) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-        QThread::msleep(2);
-    }
-    return done();
-}
+using test::PumpUntil;
 
 class MarkKeysTest : public ::testing::Test {
 protected:
