@@ -28,6 +28,7 @@
 #include "frame/main_frame.h"
 #include "frame/window_placement.h"
 #include "i18n/current_language.h"
+#include "marks/mark_stores.h"
 #include "marks/sidecar_file.h"
 #include "platform/imaging/component_list.h"
 #include "platform/imaging/guid.h"
@@ -138,6 +139,7 @@ int RunProgram(int argc, char** argv) {
             frame->DecodeAhead(first);
         }
     }
+    frame->AttachMarkStores(marks::FileMarkStores());
     SetCheckPoint(52);
     TraceStartup("frame made");
     SetCheckPoint(53);

@@ -267,6 +267,15 @@ void PictureView::SetStamps(bool copied, bool marked) {
     }
 }
 
+void PictureView::SetMarks(const list::CullingMarks& marks) {
+    const bool any = marks.rating >= 1 || marks.label >= 1 || marks.urgency >= 1;
+    SetStamps(copied_, any && settings::EnableCopiedStampOverlay.On());
+}
+
+bool PictureView::ShowsMarkBadge() const {
+    return marked_ && picture_ != nullptr;
+}
+
 void PictureView::ToggleActualSize() {
     UpdateOptions();
     geometry_.ToggleActualSize();

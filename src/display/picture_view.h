@@ -19,6 +19,7 @@
 
 #include "decode/decoded_picture.h"
 #include "display/view_geometry.h"
+#include "list/picture_entry.h"
 
 namespace orvanta::display {
 
@@ -63,6 +64,10 @@ public:
     void ShowErrorPicture();
     // The copied stamp and the mark badge of the shown entry.
     void SetStamps(bool copied, bool marked);
+    // The culling marks of the shown entry: the badge at the bottom-left corner shows while
+    // any is set and the stamp overlays are on.
+    void SetMarks(const list::CullingMarks& marks);
+    bool ShowsMarkBadge() const;
     // The actual-size command.
     void ToggleActualSize();
 

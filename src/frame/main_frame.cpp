@@ -110,6 +110,9 @@ MainFrame::MainFrame(std::uint32_t workers, QWidget* parent, bool accelerated)
         }
     });
     ConnectView();
+    timer8_.setSingleShot(true);
+    timer8_.setInterval(1);
+    connect(&timer8_, &QTimer::timeout, this, [this] { RunCommand(Command::kNext, 0); });
     BuildShortcuts();
 
     cache_->ResetWindow(false);
@@ -118,6 +121,9 @@ MainFrame::MainFrame(std::uint32_t workers, QWidget* parent, bool accelerated)
 
 MainFrame::~MainFrame() {
     timer2_.stop();
+    if (markWriter_) {
+        markWriter_->Stop();
+    }
     list_->StopScan();
     cache_->ShutDown();
     list_.reset();
@@ -254,6 +260,11 @@ void MainFrame::RunCommand(int command, int param, bool fromAccelerator) {
     if (!internal && modes_.autoMode) {
         modes_.autoMode = false;
     }
+    if ((command >= Command::kMarkFirst && command <= Command::kMarkLast) ||
+        command == Command::kSpeakMarks) {
+        RunMarkCommand(command);
+        return;
+    }
     QElapsedTimer clock;
     clock.start();
     switch (command) {
@@ -355,6 +366,11 @@ void MainFrame::RefreshCaptionAndStatus() {
         status.kept = entry->copied.load();
         status.rating = entry->marks.rating;
         status.label = entry->marks.label;
+        status.labellingConvention = entry->marks.labellingConvention;
+        status.urgency = entry->marks.urgency;
+        view_->SetMarks(entry->marks);
+    } else {
+        view_->SetMarks({});
     }
     const QRect shown = view_->LastDestination();
     if (const auto& picture = view_->Picture(); picture && picture->width != 0) {
@@ -520,6 +536,11 @@ void MainFrame::mousePressEvent(QMouseEvent* event) {
 }
 
 void MainFrame::keyPressEvent(QKeyEvent* event) {
+    // Digit keys whose shortcut did not fire: Shift+3 arrives as '#' on most layouts.
+    if (const int digit = DigitOfKey(*event); digit >= 0) {
+        RunCommand(Command::kMarkFirst + digit, 0, true);
+        return;
+    }
     // Arrow keys when the key table leaves them free.
     switch (event->key()) {
         case Qt::Key_Right:
@@ -571,7 +592,14 @@ void MainFrame::closeEvent(QCloseEvent* event) {
         event->accept();
         return;
     }
+    if (!WaitForPendingFileWork()) {
+        event->ignore();
+        return;
+    }
     closed_ = true;
+    if (markWriter_) {
+        markWriter_->Stop();
+    }
     platform::RegKey key = SettingsKey();
     std::string lastViewed;
     if (settings::ReuseLastPictureFolder.On()) {

@@ -26,8 +26,10 @@
 #include "frame/status_text.h"
 #include "list/list_notices.h"
 #include "list/picture_list.h"
+#include "marks/mark_writer.h"
 
 class QLabel;
+class QTextToSpeech;
 
 namespace orvanta::display {
 class PictureView;
@@ -47,6 +49,10 @@ struct Command {
     static constexpr int kPreviousFile = 1118;
     static constexpr int kNextFile = 1119;
     static constexpr int kActualSize = 1002;
+    // Digit keys: 2000 + n marks the current picture (rating, Shift label, Ctrl urgency).
+    static constexpr int kMarkFirst = 2000;
+    static constexpr int kMarkLast = 2009;
+    static constexpr int kSpeakMarks = 1995;
     // lParam of kNext for the first picture shown.
     static constexpr int kFirstPicture = -1;
 };
@@ -58,7 +64,10 @@ struct ModeFlags {
     std::uint32_t autoInterval = 0;
 };
 
-class MainFrame final : public QMainWindow, public list::ListNotices, public decode::DecodeNotices {
+class MainFrame final : public QMainWindow,
+                        public list::ListNotices,
+                        public decode::DecodeNotices,
+                        public marks::MarkWriterNotices {
     Q_OBJECT
 
 public:
@@ -92,6 +101,12 @@ public:
     QString FileLabelText() const;
     // Called with the time from the command to the paint of its picture.
     void SetTrace(bool on) { trace_ = on; }
+    // Starts the mark writer over `stores`; until then the digit keys store nothing.
+    void AttachMarkStores(marks::MarkStores& stores);
+    marks::MarkWriter* MarkWriter() { return markWriter_.get(); }
+    // At exit, with marks still to be written: asks whether to wait for them (false: the
+    // user chose to stay), then waits with the window hidden.
+    bool WaitForPendingFileWork();
 
     // ListNotices
     void ListGrew464(std::uint32_t count, std::uint32_t delay) override;
@@ -105,6 +120,10 @@ public:
     void WaitOver468(bool abortedWithoutPicture, const list::PictureEntry& entry) override;
     void MemoryRanOut46F() override;
     void OutOfMemoryMessage(int textId) override;
+    // MarkWriterNotices
+    void LeaveFullScreen46F() override;
+    void Message(int textId, int titleId, marks::MessageIcon icon,
+                 std::vector<i18n::FormatArg> arguments) override;
 
 signals:
     // A navigation command's picture was handed to the view (or the error picture).
@@ -125,6 +144,10 @@ private:
     void ShowPanel();
     void ConnectView();
     void DisplayFailed();
+    void RunMarkCommand(int command);
+    void SpeakMarks();
+    // The digit 0..9 a key stands for whatever the layout makes of it with Shift; -1.
+    static int DigitOfKey(const QKeyEvent& event);
 
     decode::PipelineDecoder decoder_;
     decode::HeadStartDecoder headStart_{decoder_};
@@ -140,6 +163,9 @@ private:
     QTimer timer2_;  // caption and status refresh
     QTimer timer4_;  // a new shot becomes current
     QTimer timer6_;  // hides the bottom panel
+    QTimer timer8_;  // advances after a rating
+    std::unique_ptr<marks::MarkWriter> markWriter_;
+    QTextToSpeech* speech_ = nullptr;
     CaptionState caption_;
     ModeFlags modes_;
     std::string pendingShot_;

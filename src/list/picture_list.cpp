@@ -435,6 +435,77 @@ bool PictureList::RemoveCurrent() {
     return true;
 }
 
+bool PictureList::VisitListed(const PictureEntry* entry, std::string_view basePath,
+                              const std::function<void(PictureEntry&)>& visit) {
+    std::scoped_lock lock(mutex_);
+    const auto [first, last] = FindNames(names_, basePath);
+    for (auto it = first; it != last; ++it) {
+        if (it->second == entry) {
+            visit(*it->second);
+            return true;
+        }
+    }
+    return false;
+}
+
+void PictureList::ForEachFrameOfFile(const PictureEntry& entry,
+                                     const std::function<void(PictureEntry&)>& visit) {
+    std::scoped_lock lock(mutex_);
+    if (!entry.IsFrame()) {
+        visit(*entry.nameLink->second);
+        return;
+    }
+    const auto [first, last] = FindNames(names_, entry.BasePath());
+    for (auto it = first; it != last; ++it) {
+        if (SameFile(*it->second, entry)) {
+            visit(*it->second);
+        }
+    }
+}
+
+std::size_t PictureList::Rebase(std::string_view oldBase, std::string_view newBase) {
+    std::scoped_lock lock(mutex_);
+    const auto [first, last] = FindNames(names_, oldBase);
+    std::vector<PictureEntry*> moving;
+    for (auto it = first; it != last; ++it) {
+        moving.push_back(it->second);
+    }
+    if (moving.empty()) {
+        return 0;
+    }
+    const PictureEntry* current = current_ == entries_.end() ? nullptr : current_->get();
+    // Out of both containers first: their order depends on the key about to change.
+    std::vector<OrderedSet::node_type> nodes;
+    for (PictureEntry* entry : moving) {
+        nodes.push_back(entries_.extract(entries_.find(entry)));
+    }
+    auto rename = [&](PictureEntry* entry, std::string_view base) {
+        auto name = names_.extract(entry->nameLink);
+        name.key() = std::string(base);
+        entry->nameLink = names_.insert(FindNames(names_, base).last, std::move(name));
+    };
+    for (PictureEntry* entry : moving) {
+        rename(entry, newBase);
+    }
+    for (auto& node : nodes) {
+        const PictureEntry* entry = node.value().get();
+        auto inserted = entries_.insert(std::move(node));
+        if (!inserted.inserted) {
+            // An entry of that name arrived meanwhile: this one keeps its old name.
+            rename(inserted.node.value().get(), oldBase);
+            inserted = entries_.insert(std::move(inserted.node));
+        }
+        if (entry == current) {
+            current_ = inserted.position;
+        }
+    }
+    if (current_ != entries_.end()) {
+        position_ = RankOf(current_);
+    }
+    cache_->Reschedule(window_);
+    return moving.size();
+}
+
 void PictureList::Erase(OrderedSet::iterator it) {
     PictureEntry& entry = **it;
     entry.abortFlag.store(1, std::memory_order_relaxed);

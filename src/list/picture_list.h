@@ -98,6 +98,19 @@ public:
     // becomes current, or the new last one when it was last. False when the list is empty.
     bool RemoveCurrent();
 
+    // Culling: calls `visit` with the list lock held when `entry` is still listed under
+    // `basePath`; the pointer is only compared, never followed, until that is known, so an
+    // entry removed meanwhile is safe to ask about. False when it is not listed.
+    bool VisitListed(const PictureEntry* entry, std::string_view basePath,
+                     const std::function<void(PictureEntry&)>& visit);
+    // Calls `visit` with the list lock held for `entry` and, when it is a frame of a
+    // multi-frame file, for every other frame of that file.
+    void ForEachFrameOfFile(const PictureEntry& entry,
+                            const std::function<void(PictureEntry&)>& visit);
+    // The files of the entries listed under `oldBase` were renamed to `newBase`: the entries
+    // take the new base path and their place in the order. Returns how many moved.
+    std::size_t Rebase(std::string_view oldBase, std::string_view newBase);
+
     // While a tethered transfer is pending, Next does not wrap.
     void SetTransferPending(bool pending) { transferPending_ = pending; }
 

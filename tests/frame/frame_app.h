@@ -7,6 +7,8 @@
 #include <memory>
 
 #include <QApplication>
+#include <QElapsedTimer>
+#include <QThread>
 #include <gtest/gtest.h>
 
 namespace orvanta::frame::test {
@@ -36,6 +38,18 @@ inline QApplication& App() {
         return made;
     }();
     return *owner->app;
+}
+
+// Runs the event loop until `done` holds or 20 s pass.
+template <typename Done>
+bool PumpUntil(Done done) {
+    QElapsedTimer clock;
+    clock.start();
+    while (!done() && clock.elapsed() < 20'000) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        QThread::msleep(2);
+    }
+    return done();
 }
 
 }  // namespace orvanta::frame::test

@@ -19,17 +19,7 @@ namespace {
 
 using orvanta::test::TempFolder;
 
-// Runs the event loop until `done` holds or 20 s pass.
-template <typename Done>
-bool PumpUntil(Done done) {
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < 20'000) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-        QThread::msleep(2);
-    }
-    return done();
-}
+using test::PumpUntil;
 
 class MainFrameTest : public ::testing::Test {
 protected:

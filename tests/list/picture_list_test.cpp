@@ -329,3 +329,27 @@ TEST(EntryOrder, KeyNamesOfFrames) {
 
 }  // namespace
 }  // namespace orvanta::list
+
+namespace orvanta::list {
+
+TEST_F(ListTest, RebaseMovesTheEntryToItsNewPlace) {
+    Touch("b.jpg");
+    Touch("b.nef");
+    Touch("c.jpg");
+    Touch("d.jpg");
+    Open();
+    ASSERT_NE(list_->GoTo((folder_ / "b").string()), nullptr);
+    PictureEntry* renamed = list_->Current();
+    EXPECT_EQ(list_->Rebase((folder_ / "b").string(), (folder_ / "e").string()), 1u);
+    EXPECT_EQ(Keys(), (std::vector<std::string>{"c", "d", "e"}));
+    EXPECT_EQ(list_->Current(), renamed);
+    EXPECT_EQ(list_->Position(), 3u);
+    EXPECT_EQ(list_->GoTo((folder_ / "b").string()), nullptr);
+    // A file of the new name arriving joins the moved entry instead of making another.
+    Touch("e.png");
+    (void)list_->AddFile(folder_ / "e.png", std::nullopt);  // the watcher may be first
+    EXPECT_EQ(list_->Count(), 3u);
+    EXPECT_EQ(list_->Rebase((folder_ / "x").string(), (folder_ / "y").string()), 0u);
+}
+
+}  // namespace orvanta::list
