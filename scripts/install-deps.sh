@@ -8,7 +8,7 @@ packages=(
     # toolchain
     build-essential cmake ninja-build pkg-config clang libclang-rt-14-dev clang-format
     # user interface
-    qt6-base-dev libqt6opengl6-dev qt6-speech-dev qt6-qpa-plugins libgl-dev libegl-dev
+    qt6-base-dev libqt6opengl6-dev qt6-speech-dev qt6-declarative-dev qt6-qpa-plugins libgl-dev libegl-dev
     # codecs
     libjpeg62-turbo-dev libturbojpeg0-dev libspng-dev libpng-dev libtiff-dev libgif-dev
     libwebp-dev libraw-dev libheif-dev libjxl-dev libjxr-dev
