@@ -423,7 +423,7 @@ Result DecodeEntry(list::PictureEntry& entry, std::string_view decodeKind,
     if (decode) {
         auto picture = std::make_shared<DecodedPicture>();
         auto record = std::make_shared<metadata::PictureMetadata>();
-        const std::filesystem::path path = entry.BasePath() + "." + std::string(decodeKind);
+        const std::filesystem::path path = entry.BasePathCopy() + "." + std::string(decodeKind);
         result = decodeFile(path, entry.frameIndex, options, entry.abortFlag, *picture, *record);
         if (result == S_OK) {
             entry.width = picture->width;

@@ -52,7 +52,7 @@ void DecodeCache::DecodeOne(std::uint32_t index, DecodeRequest& request, std::st
     Result result = E_FAIL;
     {
         const DriveThrottle::Pass pass =
-            throttle_.Enter(std::filesystem::path(entry.BasePath() + "." + sibling.extension));
+            throttle_.Enter(std::filesystem::path(entry.BasePathCopy() + "." + sibling.extension));
         result = services_.decoder->Decode(entry, sibling.extension, sibling.raw);
     }
     std::uint64_t size = 0;

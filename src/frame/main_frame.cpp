@@ -353,7 +353,7 @@ void MainFrame::RefreshCaptionAndStatus() {
     status.sortOrder = list_->SortMode();
     if (entry != nullptr) {
         hasEntry = true;
-        label.basePath = entry->BasePath();
+        label.basePath = entry->BasePathCopy();
         label.extensionText = entry->extensionSet;
         label.frameIndex = entry->frameIndex;
         label.frameCount = entry->frameCount;
@@ -470,12 +470,12 @@ void MainFrame::EntryRemoved479(const list::PictureEntry& entry) {
 }
 
 void MainFrame::EntryChanged483(const list::PictureEntry& entry) {
-    const std::string basePath = entry.BasePath();
+    const std::string basePath = entry.BasePathCopy();
     QMetaObject::invokeMethod(
         this,
         [this, basePath] {
             list::PictureEntry* current = list_->Current();
-            if (current != nullptr && current->BasePath() == basePath) {
+            if (current != nullptr && current->BasePathCopy() == basePath) {
                 ShowCurrent(current, false);
             }
         },
@@ -606,7 +606,7 @@ void MainFrame::closeEvent(QCloseEvent* event) {
         if (list::PictureEntry* entry = list_->Current()) {
             std::error_code error;
             const auto relative = std::filesystem::relative(
-                std::filesystem::path(entry->BasePath() + "." +
+                std::filesystem::path(entry->BasePathCopy() + "." +
                                       entry->extensionSet.substr(0, entry->extensionSet.find(';'))),
                 list_->Folder(), error);
             if (!error) {

@@ -18,6 +18,16 @@ void PictureEntry::operator delete(void* entry, std::size_t size) {
     }
 }
 
+std::shared_mutex& RenameLock() {
+    static std::shared_mutex lock;
+    return lock;
+}
+
+std::string PictureEntry::BasePathCopy() const {
+    std::shared_lock lock(RenameLock());
+    return nameLink->first;
+}
+
 std::string KeyName(const PictureEntry& entry) {
     if (!entry.IsFrame()) {
         return entry.BasePath();

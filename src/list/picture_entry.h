@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <string_view>
 
@@ -87,9 +88,17 @@ struct PictureEntry {
     static void* operator new(std::size_t size);
     static void operator delete(void* entry, std::size_t size);
 
+    // With the list lock held (or on the thread that renames).
     const std::string& BasePath() const { return nameLink->first; }
+    // A copy that is safe without the list lock: renaming an entry changes its base path
+    // under the list lock and the rename lock together, and this takes the rename lock.
+    std::string BasePathCopy() const;
     bool IsFrame() const { return frameIndex != 0 || frameCount != 1; }
 };
+
+// Held exclusively while entries' base paths change (inside the list lock), shared by
+// BasePathCopy. Nothing else is locked while it is held.
+std::shared_mutex& RenameLock();
 
 // The name the list and the caption use: the base path, and for a frame of a multi-frame
 // file "<base path><frame index>" in angle brackets ("/p/scan<2>").

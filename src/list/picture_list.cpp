@@ -479,6 +479,8 @@ std::size_t PictureList::Rebase(std::string_view oldBase, std::string_view newBa
     for (PictureEntry* entry : moving) {
         nodes.push_back(entries_.extract(entries_.find(entry)));
     }
+    // Readers without the list lock copy base paths under the rename lock.
+    std::unique_lock renaming(RenameLock());
     auto rename = [&](PictureEntry* entry, std::string_view base) {
         auto name = names_.extract(entry->nameLink);
         name.key() = std::string(base);

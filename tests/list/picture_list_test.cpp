@@ -1,6 +1,8 @@
 // The picture list: its order, siblings and frames, moves, removal, rewritten files and
 // the pending target.
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "list/entry_order.h"
@@ -350,6 +352,32 @@ TEST_F(ListTest, RebaseMovesTheEntryToItsNewPlace) {
     (void)list_->AddFile(folder_ / "e.png", std::nullopt);  // the watcher may be first
     EXPECT_EQ(list_->Count(), 3u);
     EXPECT_EQ(list_->Rebase((folder_ / "x").string(), (folder_ / "y").string()), 0u);
+}
+
+TEST_F(ListTest, BasePathCopiesStayWholeWhileTheEntryIsRenamed) {
+    Touch("IMG_1.jpg");
+    Open();
+    PictureEntry* entry = list_->Current();
+    ASSERT_NE(entry, nullptr);
+    // Long names, so that each rename frees a heap buffer a torn read would touch.
+    const std::string plain = (folder_ / "IMG_1").string();
+    const std::string longName = (folder_ / ("{5}IMG_1" + std::string(64, '_'))).string();
+    std::atomic<bool> done{false};
+    std::thread renamer([&] {
+        for (int i = 0; i < 2000; ++i) {
+            (void)list_->Rebase(plain, longName);
+            (void)list_->Rebase(longName, plain);
+        }
+        done = true;
+    });
+    std::size_t torn = 0;
+    while (!done) {
+        const std::string copy = entry->BasePathCopy();
+        torn += copy != plain && copy != longName;
+    }
+    renamer.join();
+    EXPECT_EQ(torn, 0u);
+    EXPECT_EQ(entry->BasePathCopy(), plain);
 }
 
 }  // namespace orvanta::list
