@@ -1,5 +1,6 @@
 // Histogram counting speed on one core, on a 24-megapixel 32bppBGR picture made at bench
-// time (smooth light with noise, as a photograph), against the goal of 6 GB/s of pixels and
+// time (smooth light with noise, as a photograph; also uniform noise, the worst case for the
+// counting tables), against the goal of 6 GB/s of pixels and
 // against a plain loop with one table per channel. Prints each figure and its ratio.
 //   histogram_bench [--runs N]
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "decode/histogram.h"
@@ -59,6 +61,49 @@ double BestSeconds(int runs, F&& f) {
     return best;
 }
 
+struct Rates {
+    double fromMemory;  // GB/s
+    double cacheHot;    // GB/s
+    double plain;       // GB/s
+    bool same;          // the counts equal the plain loop's
+};
+
+Rates Measure(const std::vector<std::byte>& picture, int width, int height, int runs) {
+    const std::size_t stride = static_cast<std::size_t>(width) * 4;
+    const double gigabytes = double(picture.size()) / 1e9;
+    decode::HistogramBlock ours;
+    decode::HistogramBlock plain;
+    // Bands of 256 rows, as the banded copy hands them over.
+    const double oursSeconds = BestSeconds(runs, [&] {
+        ours = {};
+        decode::HistogramCounter counter;
+        for (int y = 0; y < height; y += 256) {
+            const int rows = std::min(256, height - y);
+            counter.Add(imaging::PixelFormat::Bgr32, picture.data() + y * stride, stride, width,
+                        static_cast<std::uint32_t>(rows));
+        }
+        counter.AddTo(ours);
+    });
+    const double plainSeconds = BestSeconds(runs, [&] {
+        plain = {};
+        PlainCount(picture.data(), picture.size() / 4, plain);
+    });
+    // As the banded copy counts: pieces of about 256 KB right after they were written, so
+    // still in the second-level cache. The same ten rows, counted over and over.
+    decode::HistogramBlock hot;
+    const int pieceRows = 10, repeats = 400;
+    const double hotSeconds = BestSeconds(runs, [&] {
+        decode::HistogramCounter counter;
+        for (int r = 0; r < repeats; ++r) {
+            counter.Add(imaging::PixelFormat::Bgr32, picture.data() + (r % 40) * stride, stride,
+                        width, pieceRows);
+        }
+        counter.AddTo(hot);
+    });
+    return {gigabytes / oursSeconds, double(repeats) * pieceRows * stride / 1e9 / hotSeconds,
+            gigabytes / plainSeconds, std::memcmp(&ours, &plain, sizeof ours) == 0};
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -69,51 +114,35 @@ int main(int argc, char** argv) {
         }
     }
     const int width = 6000, height = 4000;
-    const auto picture = MakePicture(width, height);
-    const std::size_t stride = static_cast<std::size_t>(width) * 4;
-    const double gigabytes = double(picture.size()) / 1e9;
-
-    decode::HistogramBlock ours;
-    decode::HistogramBlock plain;
-    // Bands of 256 rows, as the banded copy hands them over.
-    const double oursSeconds = BestSeconds(runs, [&] {
-        ours = {};
-        for (int y = 0; y < height; y += 256) {
-            const int rows = std::min(256, height - y);
-            decode::CountRows(imaging::PixelFormat::Bgr32, picture.data() + y * stride, stride,
-                              width, static_cast<std::uint32_t>(rows), ours);
+    const auto photograph = MakePicture(width, height);
+    const auto noise = [&] {
+        auto bytes = photograph;
+        std::mt19937 random(3);
+        for (auto& b : bytes) {
+            b = static_cast<std::byte>(random());
         }
-    });
-    const double plainSeconds = BestSeconds(runs, [&] {
-        plain = {};
-        PlainCount(picture.data(), picture.size() / 4, plain);
-    });
-    if (std::memcmp(&ours, &plain, sizeof ours) != 0) {
-        std::printf("FAIL: the counts differ from the plain loop's\n");
-        return 1;
-    }
-    // As the banded copy counts: pieces of about 256 KB right after they were written, so
-    // still in the second-level cache. The same ten rows, counted over and over.
-    decode::HistogramBlock hot;
-    const int pieceRows = 10, repeats = 400;
-    const double hotSeconds = BestSeconds(runs, [&] {
-        for (int r = 0; r < repeats; ++r) {
-            decode::CountRows(imaging::PixelFormat::Bgr32, picture.data() + (r % 40) * stride,
-                              stride, width, pieceRows, hot);
-        }
-    });
-    const double hotRate = double(repeats) * pieceRows * stride / 1e9 / hotSeconds;
-    const double oursRate = gigabytes / oursSeconds;
-    const double plainRate = gigabytes / plainSeconds;
+        return bytes;
+    }();
     std::printf("histogram counting (%s), 24 MP 32bppBGR, one core\n",
                 std::string(decode::CountingVersion()).c_str());
-    std::printf("  ours   %6.2f GB/s  (%.2f ms)\n", oursRate, oursSeconds * 1e3);
-    std::printf("  plain  %6.2f GB/s  (%.2f ms)  ours/plain speed %.2fx\n", plainRate,
-                plainSeconds * 1e3, oursRate / plainRate);
-    std::printf("  ours, cache-hot 240 KB pieces as the banded copy counts them  %6.2f GB/s\n",
-                hotRate);
-    std::printf("  goal   %6.2f GB/s  ratio ours/goal %.2f (from memory), %.2f (cache-hot)  %s\n",
-                kGoalGBps, oursRate / kGoalGBps, hotRate / kGoalGBps,
-                hotRate >= kGoalGBps ? "PASS" : "BELOW GOAL");
+    Rates photo{};
+    for (const auto& [name, picture] :
+         {std::pair{"photograph", &photograph}, std::pair{"uniform noise", &noise}}) {
+        const Rates rates = Measure(*picture, width, height, runs);
+        if (!rates.same) {
+            std::printf("FAIL: the counts of the %s differ from the plain loop's\n", name);
+            return 1;
+        }
+        std::printf(
+            "  %-13s ours %5.2f GB/s from memory, %5.2f GB/s cache-hot (240 KB pieces as "
+            "the banded copy counts them); plain loop %5.2f GB/s, ours/plain %.2fx\n",
+            name, rates.fromMemory, rates.cacheHot, rates.plain, rates.fromMemory / rates.plain);
+        if (photo.fromMemory == 0) {
+            photo = rates;
+        }
+    }
+    std::printf("  goal   %5.2f GB/s  ratio ours/goal %.2f (from memory), %.2f (cache-hot)  %s\n",
+                kGoalGBps, photo.fromMemory / kGoalGBps, photo.cacheHot / kGoalGBps,
+                photo.cacheHot >= kGoalGBps ? "PASS" : "BELOW GOAL");
     return 0;
 }

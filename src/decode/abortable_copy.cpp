@@ -74,7 +74,8 @@ public:
         ready_.notify_one();
         thread_.join();
     }
-    const HistogramBlock& Counts() const { return counts_; }
+    // After Finish(): adds the counts to `block`.
+    void AddTo(HistogramBlock& block) { counter_.AddTo(block); }
 
 private:
     struct Piece {
@@ -94,14 +95,14 @@ private:
                 piece = pieces_.front();
                 pieces_.pop_front();
             }
-            CountRows(format_, piece.rows, stride_, width_, piece.count, counts_);
+            counter_.Add(format_, piece.rows, stride_, width_, piece.count);
         }
     }
 
     const imaging::PixelFormat format_;
     const std::uint32_t width_;
     const std::size_t stride_;
-    HistogramBlock counts_;  // written by the thread only, read after it was joined
+    HistogramCounter counter_;  // used by the thread only, read after it was joined
     // Guards pieces_ and done_; a leaf lock held only to queue or take a piece.
     std::mutex mutex_;
     std::condition_variable ready_;
@@ -167,8 +168,8 @@ Result AbortableSource::CopyBand(const imaging::PixelRect& rect, std::int32_t fi
         if (aside_ != nullptr) {
             aside_->Add(start, static_cast<std::uint32_t>(count));
         } else {
-            CountRows(Format(), start, stride, static_cast<std::uint32_t>(rect.width),
-                      static_cast<std::uint32_t>(count), counts_);
+            counter_.Add(Format(), start, stride, static_cast<std::uint32_t>(rect.width),
+                         static_cast<std::uint32_t>(count));
         }
     }
     return worst;
@@ -192,13 +193,9 @@ Result AbortableSource::DoCopyPixels(const imaging::PixelRect& rect, std::size_t
     aside_ = nullptr;
     if (aside) {
         aside->Finish();
-        const HistogramBlock& counted = aside->Counts();
-        for (int v = 0; v < 256; ++v) {
-            counts_.red[v] += counted.red[v];
-            counts_.green[v] += counted.green[v];
-            counts_.blue[v] += counted.blue[v];
-        }
+        aside->AddTo(counts_);
     }
+    counter_.AddTo(counts_);
     return result;
 }
 

@@ -71,7 +71,8 @@ private:
 
     std::unique_ptr<imaging::BitmapSource> source_;
     ProgressCallback callback_;
-    HistogramBlock counts_;  // raw counts, not yet clamped
+    HistogramCounter counter_;  // the pieces counted in line during a copy
+    HistogramBlock counts_;     // raw counts of the copies done, not yet clamped
     std::optional<bool> countAside_;
     AsideCounter* aside_ = nullptr;  // the counting thread of the copy running now, if any
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 namespace orvanta::decode {
 
@@ -10,12 +11,20 @@ namespace {
 
 using imaging::PixelFormat;
 
-// Pixel i goes to sub-histogram i % kWays: neighbouring pixels of a smooth picture often
-// share a value, and incrementing one counter again before the previous increment has left
-// the store buffer stalls on store forwarding. Four ways keep two equal neighbours a few
-// dozen instructions apart; the sub-histograms (12 KB) stay in the first-level cache.
-constexpr int kWays = 4;
-using SubHistograms = std::uint32_t[kWays][3][256];
+// Blue and green are counted together: the low 16 bits of a pixel index one table of
+// 65,536 pairs, so each pixel costs two increments instead of three, and the pairs are
+// summed into the two channels once, when the counts are handed over. Neighbouring pixels of
+// a photograph rarely share both values, so the pair table needs no second copy to keep
+// increments of one counter apart; red does (neighbours often share one value, and
+// incrementing a counter again before its previous increment has left the store buffer
+// stalls on store forwarding), so it has four sub-histograms, pixel i going to i % 4. The
+// pair table (256 KB) lives in the second-level cache; the pairs a picture uses cluster
+// along its colours, so most increments hit the first level.
+constexpr int kRedWays = 4;
+
+// Above this many pixels the counters are summed into the channels and restarted, so no
+// counter can wrap.
+constexpr std::uint64_t kPixelsPerChunk = std::uint64_t{1} << 31;
 
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 // One version per processor generation (BMI2 shifts and wider decoding in the later ones),
@@ -26,50 +35,50 @@ using SubHistograms = std::uint32_t[kWays][3][256];
 #define ORVANTA_COUNTING_VERSIONS
 #endif
 
+}  // namespace
+
+struct HistogramCounter::Tables {
+    std::uint32_t pairs[65536];  // [green << 8 | blue]
+    std::uint32_t red[kRedWays][256];
+};
+
+namespace {
+
 ORVANTA_COUNTING_VERSIONS
-void CountBgrxRow(const std::uint8_t* p, std::size_t width, SubHistograms& h) {
+void CountBgrxRow(const std::uint8_t* p, std::size_t width, std::uint32_t* pairs,
+                  std::uint32_t (*red)[256]) {
     std::size_t i = 0;
     for (; i + 4 <= width; i += 4, p += 16) {
         std::uint64_t a;
         std::uint64_t b;
         std::memcpy(&a, p, 8);
         std::memcpy(&b, p + 8, 8);
-        ++h[0][0][a & 0xFF];
-        ++h[0][1][(a >> 8) & 0xFF];
-        ++h[0][2][(a >> 16) & 0xFF];
-        ++h[1][0][(a >> 32) & 0xFF];
-        ++h[1][1][(a >> 40) & 0xFF];
-        ++h[1][2][(a >> 48) & 0xFF];
-        ++h[2][0][b & 0xFF];
-        ++h[2][1][(b >> 8) & 0xFF];
-        ++h[2][2][(b >> 16) & 0xFF];
-        ++h[3][0][(b >> 32) & 0xFF];
-        ++h[3][1][(b >> 40) & 0xFF];
-        ++h[3][2][(b >> 48) & 0xFF];
+        ++pairs[a & 0xFFFF];
+        ++red[0][(a >> 16) & 0xFF];
+        ++pairs[(a >> 32) & 0xFFFF];
+        ++red[1][(a >> 48) & 0xFF];
+        ++pairs[b & 0xFFFF];
+        ++red[2][(b >> 16) & 0xFF];
+        ++pairs[(b >> 32) & 0xFFFF];
+        ++red[3][(b >> 48) & 0xFF];
     }
     for (; i < width; ++i, p += 4) {
-        ++h[0][0][p[0]];
-        ++h[0][1][p[1]];
-        ++h[0][2][p[2]];
+        ++pairs[p[0] | p[1] << 8];
+        ++red[0][p[2]];
     }
 }
 
 // 16-bit samples land in the bin of the 8-bit value the format converter makes of them
 // (round(v / 257)), so the counts describe the picture as it is shown.
-void CountRgb48Row(const std::uint8_t* p, std::size_t width, SubHistograms& h) {
+void CountRgb48Row(const std::uint8_t* p, std::size_t width, std::uint32_t* pairs,
+                   std::uint32_t (*red)[256]) {
     for (std::size_t i = 0; i < width; ++i, p += 6) {
         std::uint16_t rgb[3];
         std::memcpy(rgb, p, 6);
-        const int way = static_cast<int>(i % kWays);
-        ++h[way][2][(rgb[0] + 128u) / 257u];
-        ++h[way][1][(rgb[1] + 128u) / 257u];
-        ++h[way][0][(rgb[2] + 128u) / 257u];
+        ++red[i % kRedWays][(rgb[0] + 128u) / 257u];
+        ++pairs[(rgb[2] + 128u) / 257u | (rgb[1] + 128u) / 257u << 8];
     }
 }
-
-// Above this much of a sub-histogram's range a band is split, so no counter can wrap:
-// one way sees at most a quarter of the pixels of a chunk, far below 2^32.
-constexpr std::uint64_t kPixelsPerChunk = std::uint64_t{1} << 31;
 
 }  // namespace
 
@@ -78,32 +87,75 @@ bool IsCountedFormat(PixelFormat format) {
            format == PixelFormat::Rgb48;
 }
 
-void CountRows(PixelFormat format, const std::byte* rows, std::size_t stride, std::uint32_t width,
-               std::uint32_t height, HistogramBlock& block) {
+HistogramCounter::HistogramCounter() = default;
+HistogramCounter::~HistogramCounter() = default;
+HistogramCounter::HistogramCounter(HistogramCounter&&) noexcept = default;
+HistogramCounter& HistogramCounter::operator=(HistogramCounter&&) noexcept = default;
+
+void HistogramCounter::Add(PixelFormat format, const std::byte* rows, std::size_t stride,
+                           std::uint32_t width, std::uint32_t height) {
     if (!IsCountedFormat(format) || rows == nullptr || width == 0 || height == 0) {
         return;
+    }
+    if (!tables_) {
+        tables_ = std::make_unique<Tables>();  // zeroed
     }
     const auto row = format == PixelFormat::Rgb48 ? CountRgb48Row : CountBgrxRow;
     const std::uint32_t rowsPerChunk =
         static_cast<std::uint32_t>(std::max<std::uint64_t>(1, kPixelsPerChunk / width));
     for (std::uint32_t y0 = 0; y0 < height; y0 += rowsPerChunk) {
         const std::uint32_t y1 = height - y0 > rowsPerChunk ? y0 + rowsPerChunk : height;
-        alignas(64) SubHistograms h = {};
-        for (std::uint32_t y = y0; y < y1; ++y) {
-            row(reinterpret_cast<const std::uint8_t*>(rows) + y * stride, width, h);
+        const std::uint64_t pixels = std::uint64_t{y1 - y0} * width;
+        if (pending_ + pixels > kPixelsPerChunk) {
+            AddTo(overflow_);
         }
-        std::array<std::uint32_t, 256>* const channels[3] = {&block.blue, &block.green, &block.red};
-        for (int c = 0; c < 3; ++c) {
-            auto& total = *channels[c];
-            for (int v = 0; v < 256; ++v) {
-                std::uint32_t sum = 0;
-                for (int w = 0; w < kWays; ++w) {
-                    sum += h[w][c][v];
-                }
-                total[v] += sum;
-            }
+        pending_ += pixels;
+        for (std::uint32_t y = y0; y < y1; ++y) {
+            row(reinterpret_cast<const std::uint8_t*>(rows) + y * stride, width, tables_->pairs,
+                tables_->red);
         }
     }
+}
+
+void HistogramCounter::AddTo(HistogramBlock& block) {
+    if (&block != &overflow_) {
+        AddTo(overflow_);
+        for (int v = 0; v < 256; ++v) {
+            block.red[v] += std::exchange(overflow_.red[v], 0);
+            block.green[v] += std::exchange(overflow_.green[v], 0);
+            block.blue[v] += std::exchange(overflow_.blue[v], 0);
+        }
+        return;
+    }
+    if (pending_ == 0) {
+        return;
+    }
+    Tables& t = *tables_;
+    for (int g = 0; g < 256; ++g) {
+        const std::uint32_t* pair = t.pairs + g * 256;
+        std::uint32_t green = 0;
+        for (int b = 0; b < 256; ++b) {
+            green += pair[b];
+            block.blue[b] += pair[b];
+        }
+        block.green[g] += green;
+    }
+    for (int v = 0; v < 256; ++v) {
+        std::uint32_t red = 0;
+        for (int w = 0; w < kRedWays; ++w) {
+            red += t.red[w][v];
+        }
+        block.red[v] += red;
+    }
+    std::memset(&t, 0, sizeof t);
+    pending_ = 0;
+}
+
+void CountRows(PixelFormat format, const std::byte* rows, std::size_t stride, std::uint32_t width,
+               std::uint32_t height, HistogramBlock& block) {
+    HistogramCounter counter;
+    counter.Add(format, rows, stride, width, height);
+    counter.AddTo(block);
 }
 
 void FinishHistogram(HistogramBlock& block) {

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string_view>
 
@@ -25,6 +26,32 @@ static_assert(sizeof(HistogramBlock) == 3084, "the histogram block is 3084 bytes
 
 // True for the formats whose pixels are counted.
 bool IsCountedFormat(imaging::PixelFormat format);
+
+// Counts the pixels of one picture over many calls, as its bands arrive, and hands the
+// counts over when asked. Its tables (about 260 KB) are made on the first call that counts
+// and reused until the counter goes; summing them into a block costs about as much as
+// counting 100,000 pixels, so a picture is best counted by one counter and handed over
+// once. One thread at a time.
+class HistogramCounter {
+public:
+    HistogramCounter();
+    ~HistogramCounter();
+    HistogramCounter(HistogramCounter&&) noexcept;
+    HistogramCounter& operator=(HistogramCounter&&) noexcept;
+
+    // Counts `height` rows of `width` pixels, `stride` bytes apart. Does nothing for a format
+    // that is not counted. The rows must hold height - 1 strides plus one row.
+    void Add(imaging::PixelFormat format, const std::byte* rows, std::size_t stride,
+             std::uint32_t width, std::uint32_t height);
+    // Adds every count so far to `block` and starts again from zero.
+    void AddTo(HistogramBlock& block);
+
+private:
+    struct Tables;
+    std::unique_ptr<Tables> tables_;
+    std::uint64_t pending_ = 0;  // pixels in the tables
+    HistogramBlock overflow_;    // counts summed early so that no counter wraps
+};
 
 // Adds the counts of `height` rows of `width` pixels, `stride` bytes apart, to `block`.
 // Does nothing for a format that is not counted. The rows must hold height - 1 strides

@@ -69,11 +69,18 @@ TEST_P(HistogramCounting, MatchesAnIndependentCountBandByBand) {
     const Shape shape = GetParam();
     const Picture picture = MakeNoise(shape.format, shape.width, shape.height, shape.padding, 11);
     HistogramBlock block;
+    HistogramCounter counter;
     for (std::uint32_t y = 0; y < shape.height; y += shape.bandRows) {
         const std::uint32_t rows = std::min(shape.bandRows, shape.height - y);
-        CountRows(shape.format, picture.bytes.data() + y * picture.stride, picture.stride,
-                  shape.width, rows, block);
+        counter.Add(shape.format, picture.bytes.data() + y * picture.stride, picture.stride,
+                    shape.width, rows);
+        if (y == 0) {
+            // Handing over midway restarts the counter from zero.
+            counter.AddTo(block);
+        }
     }
+    counter.AddTo(block);
+    counter.AddTo(block);  // nothing left to add
     FinishHistogram(block);
     test::ExpectSameHistogram(block, IndependentCount(picture));
 }
