@@ -1,7 +1,8 @@
 // Cost of colour management on a 24-megapixel Adobe RGB JPEG made at bench time (TurboJPEG,
 // with the Adobe RGB (1998) profile in an APP2 ICC_PROFILE segment): the decode to 32bpp
 // PBGRA with the colour step against the same decode without it, both through the banded
-// copy with histogram counting as the decoder runs them. Also lcms2 alone on the same
+// copy with histogram counting as the decoder runs them (colour and counting on a second
+// thread when a core is free, and for reference on the copying thread). Also lcms2 alone on the same
 // pixels, for reference. Prints each figure and its ratio to the limit of 1.5.
 //   colour_bench [--runs N]
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -63,10 +65,16 @@ std::unique_ptr<BitmapFrame> OpenFrame(const std::vector<std::uint8_t>& file) {
     return frame;
 }
 
+// Unless told otherwise, the copy converts and counts on a second thread when a core is free.
+std::optional<bool> aside;
+
 Result CopyBanded(std::unique_ptr<BitmapSource> source, PixelBuffer& buffer) {
     static std::atomic<std::uint32_t> abort{0};
     auto banded = decode::AbortableSource::Create(std::move(source));
     banded->SetCallback(decode::AbortCallback(abort));
+    if (aside) {
+        banded->SetCountAside(*aside);
+    }
     return banded->CopyAll(buffer.Stride(), buffer.Bytes());
 }
 
@@ -123,6 +131,11 @@ int main(int argc, char** argv) {
     const double plain = BestMs(runs, [&] { (void)DecodePlain(jpeg, plainBuffer); });
     const double managed =
         BestMs(runs, [&] { (void)DecodeManaged(jpeg, managedBuffer, converted); });
+    // As when every core is busy decoding: colour and counting on the copying thread.
+    aside = false;
+    const double plainInLine = BestMs(runs, [&] { (void)DecodePlain(jpeg, plainBuffer); });
+    const double managedInLine =
+        BestMs(runs, [&] { (void)DecodeManaged(jpeg, managedBuffer, converted); });
 
     // lcms2 alone over the decoded pixels, for reference.
     std::shared_ptr<const decode::ColourTransform> transform;
@@ -144,6 +157,9 @@ int main(int argc, char** argv) {
     std::printf("  without colour management  %8.1f ms\n", plain);
     std::printf("  with colour management     %8.1f ms  ratio %.3f  (limit %.2f) %s\n", managed,
                 ratio, kLimit, ratio <= kLimit ? "ok" : "OVER");
+    std::printf("  every core busy (colour and counting in line): %.1f ms vs %.1f ms, ratio %.3f "
+                "(not held to the limit)\n",
+                managedInLine, plainInLine, managedInLine / plainInLine);
     std::printf("  conversion alone: matrix-shaper path %.1f ms, lcms2 %.1f ms (%.2fx)\n", ours,
                 lcms, lcms / ours);
     return ratio <= kLimit ? 0 : 1;

@@ -44,17 +44,18 @@ private:
 
 }  // namespace
 
-// Counts the pieces handed to it, in order, on a thread of its own, into a block of its own.
+// Finishes the pieces handed to it (colour, then counting), in order, on a thread of its
+// own, into counts of its own.
 class AbortableSource::AsideCounter {
 public:
-    AsideCounter(imaging::PixelFormat format, std::uint32_t width, std::size_t stride)
-        : format_(format), width_(width), stride_(stride), thread_([this] { Count(); }) {}
+    AsideCounter(const AbortableSource& copy, std::uint32_t width, std::size_t stride)
+        : copy_(copy), width_(width), stride_(stride), thread_([this] { Count(); }) {}
     ~AsideCounter() { Finish(); }
     AsideCounter(const AsideCounter&) = delete;
     AsideCounter& operator=(const AsideCounter&) = delete;
 
     // The rows must stay unchanged until Finish() has returned.
-    void Add(const std::byte* rows, std::uint32_t count) {
+    void Add(std::byte* rows, std::uint32_t count) {
         {
             const std::scoped_lock lock(mutex_);
             pieces_.push_back({rows, count});
@@ -79,7 +80,7 @@ public:
 
 private:
     struct Piece {
-        const std::byte* rows;
+        std::byte* rows;
         std::uint32_t count;
     };
 
@@ -95,11 +96,11 @@ private:
                 piece = pieces_.front();
                 pieces_.pop_front();
             }
-            counter_.Add(format_, piece.rows, stride_, width_, piece.count);
+            copy_.FinishPiece(piece.rows, stride_, width_, piece.count, counter_);
         }
     }
 
-    const imaging::PixelFormat format_;
+    const AbortableSource& copy_;
     const std::uint32_t width_;
     const std::size_t stride_;
     HistogramCounter counter_;  // used by the thread only, read after it was joined
@@ -131,12 +132,26 @@ std::unique_ptr<AbortableSource> AbortableSource::Create(
     if (!source) {
         return nullptr;
     }
-    return std::unique_ptr<AbortableSource>(new AbortableSource(std::move(source)));
+    std::shared_ptr<const ColourTransform> colour = TakeApartColourStage(source);
+    return std::unique_ptr<AbortableSource>(
+        new AbortableSource(std::move(source), std::move(colour)));
 }
 
-AbortableSource::AbortableSource(std::unique_ptr<imaging::BitmapSource> source)
+AbortableSource::AbortableSource(std::unique_ptr<imaging::BitmapSource> source,
+                                 std::shared_ptr<const ColourTransform> colour)
     : BitmapSource(source->Size(), source->Format(), source->GetAccess()),
-      source_(std::move(source)) {
+      source_(std::move(source)),
+      colour_(std::move(colour)) {
+}
+
+void AbortableSource::FinishPiece(std::byte* rows, std::size_t stride, std::uint32_t width,
+                                  std::uint32_t count, HistogramCounter& counter) const {
+    if (colour_) {
+        for (std::uint32_t y = 0; y < count; ++y) {
+            colour_->Apply(rows + y * stride, width);
+        }
+    }
+    counter.Add(Format(), rows, stride, width, count);
 }
 
 HistogramBlock AbortableSource::Histogram() const {
@@ -150,7 +165,8 @@ Result AbortableSource::CopyBand(const imaging::PixelRect& rect, std::int32_t fi
     const std::size_t rowBytes = RowBytes(static_cast<std::uint32_t>(rect.width));
     const std::size_t pieceBytes = aside_ != nullptr ? kAsidePieceBytes : kCountedPieceBytes;
     const std::int32_t pieceRows =
-        Counts() ? static_cast<std::int32_t>(std::max<std::size_t>(1, pieceBytes / stride)) : rows;
+        WorksOnPieces() ? static_cast<std::int32_t>(std::max<std::size_t>(1, pieceBytes / stride))
+                        : rows;
     Result worst = S_OK;
     for (std::int32_t y = first; y < first + rows; y += pieceRows) {
         const std::int32_t count = std::min(pieceRows, first + rows - y);
@@ -168,8 +184,8 @@ Result AbortableSource::CopyBand(const imaging::PixelRect& rect, std::int32_t fi
         if (aside_ != nullptr) {
             aside_->Add(start, static_cast<std::uint32_t>(count));
         } else {
-            counter_.Add(Format(), start, stride, static_cast<std::uint32_t>(rect.width),
-                         static_cast<std::uint32_t>(count));
+            FinishPiece(start, stride, static_cast<std::uint32_t>(rect.width),
+                        static_cast<std::uint32_t>(count), counter_);
         }
     }
     return worst;
@@ -179,10 +195,10 @@ Result AbortableSource::DoCopyPixels(const imaging::PixelRect& rect, std::size_t
                                      std::span<std::byte> out) {
     const RunningCopy running;
     std::unique_ptr<AsideCounter> aside;
-    if (countAside_.value_or(running.CoreToSpare()) && Counts() &&
+    if (countAside_.value_or(running.CoreToSpare()) && WorksOnPieces() &&
         stride * static_cast<std::size_t>(rect.height) >= kAsideMinimumBytes) {
         try {
-            aside = std::make_unique<AsideCounter>(Format(), static_cast<std::uint32_t>(rect.width),
+            aside = std::make_unique<AsideCounter>(*this, static_cast<std::uint32_t>(rect.width),
                                                    stride);
         } catch (const std::system_error&) {
             // No thread to be had: the copy counts in line.

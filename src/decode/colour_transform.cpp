@@ -255,13 +255,15 @@ std::size_t ConvertFolded4(const ColourTransform::Tables& t, std::uint8_t* p, st
                            bool stopAtAlpha) {
     ORVANTA_FOLDED_TABLES(t)
     for (std::size_t i = 0; i < count; ++i, p += 4) {
-        if (stopAtAlpha && p[3] != 0xFF) {
+        std::uint32_t pixel;
+        std::memcpy(&pixel, p, 4);
+        if (stopAtAlpha && pixel < 0xFF000000u) {
             return i;
         }
-        ORVANTA_FOLDED_PIXEL(p[0], p[1], p[2])
-        p[0] = outB[index[2]];
-        p[1] = outG[index[1]];
-        p[2] = outR[index[0]];
+        ORVANTA_FOLDED_PIXEL(pixel & 0xFF, (pixel >> 8) & 0xFF, (pixel >> 16) & 0xFF)
+        pixel = (pixel & 0xFF000000u) | outB[index[2]] | std::uint32_t{outG[index[1]]} << 8 |
+                std::uint32_t{outR[index[0]]} << 16;
+        std::memcpy(p, &pixel, 4);
     }
     return count;
 }
@@ -382,6 +384,9 @@ public:
           source_(std::move(source)),
           transform_(std::move(transform)) {}
 
+    std::unique_ptr<BitmapSource> TakeSource() { return std::move(source_); }
+    std::shared_ptr<const ColourTransform> Transform() const { return transform_; }
+
 private:
     // The rows are pulled in pieces of about kPieceBytes and converted as soon as each
     // piece is in, while it is still in the cache.
@@ -417,6 +422,17 @@ private:
 };
 
 }  // namespace
+
+std::shared_ptr<const ColourTransform> TakeApartColourStage(
+    std::unique_ptr<imaging::BitmapSource>& source) {
+    auto* stage = dynamic_cast<ColourStage*>(source.get());
+    if (stage == nullptr) {
+        return nullptr;
+    }
+    std::shared_ptr<const ColourTransform> transform = stage->Transform();
+    source = stage->TakeSource();
+    return transform;
+}
 
 std::unique_ptr<imaging::BitmapSource> ColourTransformed(
     std::unique_ptr<imaging::BitmapSource> source,

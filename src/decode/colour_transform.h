@@ -61,4 +61,10 @@ std::unique_ptr<imaging::BitmapSource> ColourTransformed(
     std::unique_ptr<imaging::BitmapSource> source,
     std::shared_ptr<const ColourTransform> transform);
 
+// When `source` is a colour stage, replaces it with the source the stage reads and returns
+// the stage's transform, so that the caller converts the rows itself (the banded copy does,
+// piece by piece, with its counting); otherwise returns nullptr and leaves `source` alone.
+std::shared_ptr<const ColourTransform> TakeApartColourStage(
+    std::unique_ptr<imaging::BitmapSource>& source);
+
 }  // namespace orvanta::decode

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "decode/colour_profiles.h"
+
 namespace orvanta::decode {
 namespace {
 
@@ -167,6 +169,36 @@ TEST_P(CountingPlace, CountsEveryPixelOnceAcrossBandsAndPieces) {
     EXPECT_EQ(actual.green, expected.green);
     EXPECT_EQ(actual.red, expected.red);
     EXPECT_EQ(actual.maxima, expected.maxima);
+}
+
+// A colour stage under the copy is taken apart and converted piece by piece by the copy:
+// the pixels are those the stage gives by itself, and the histogram counts them as
+// converted. A format that is not counted is converted all the same.
+TEST_P(CountingPlace, ConvertsColourOfAStageUnderItBeforeCounting) {
+    std::shared_ptr<const ColourTransform> transform;
+    for (const PixelFormat format : {PixelFormat::Pbgra32, PixelFormat::Bgra32}) {
+        ASSERT_EQ(ColourTransform::Create(AdobeRgbProfile(), SrgbProfile(), format, transform),
+                  S_OK);
+        const PixelSize size{3000, 700};
+        const std::size_t stride = std::size_t{size.width} * 4;
+        std::vector<std::byte> alone(stride * size.height);
+        ASSERT_EQ(ColourTransformed(std::make_unique<ProbeSource>(size, format), transform)
+                      ->CopyAll(stride, alone),
+                  S_OK);
+
+        auto copy = AbortableSource::Create(
+            ColourTransformed(std::make_unique<ProbeSource>(size, format), transform));
+        copy->SetCallback([](std::uint32_t) { return S_OK; });
+        copy->SetCountAside(GetParam());
+        std::vector<std::byte> pixels(alone.size());
+        ASSERT_EQ(copy->CopyAll(stride, pixels), S_OK);
+        EXPECT_TRUE(pixels == alone) << imaging::Info(format).name;
+        HistogramBlock expected;
+        CountRows(format, alone.data(), stride, size.width, size.height, expected);
+        FinishHistogram(expected);
+        const HistogramBlock actual = copy->Histogram();
+        EXPECT_EQ(std::memcmp(&actual, &expected, sizeof actual), 0) << imaging::Info(format).name;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(AbortableCopy, CountingPlace, testing::Bool(),
