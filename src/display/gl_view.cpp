@@ -1,6 +1,7 @@
 #include "display/gl_view.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include <QGuiApplication>
@@ -76,12 +77,21 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
     struct Tile {
         GLuint texture = 0;
         QRect rect;  // picture pixels
+        QSize storage;
+    };
+    // The picture reduced to the size it is shown at.
+    struct Fitted {
+        GLuint texture = 0;
+        QSize storage;
+        const void* key = nullptr;  // the picture it holds
+        bool smooth = false;        // the smooth reduction (else the quick one)
     };
     struct Overlay {
         GLuint texture = 0;
         QSize size;
         QString text;  // the caption drawn into it
     };
+    Fitted fitted;
 
     QOpenGLShaderProgram program;
     GLuint vao = 0;
@@ -95,31 +105,43 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
     Overlay copied;
     Overlay badge;
 
-    GLuint MakeTexture(const QImage& image, int x, int y, int w, int h) {
-        GLuint texture = 0;
-        glGenTextures(1, &texture);
-        glBindTexture(GL_TEXTURE_2D, texture);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    // Loads a w x h part of `image` at (x, y) into `texture` (made when 0), into the storage
+    // it has when that is the same size: a software rasteriser clears and maps fresh storage
+    // page by page, which costs more than the copy itself.
+    void Load(GLuint& texture, QSize& storage, const QImage& image, int x, int y, int w, int h) {
+        if (texture == 0) {
+            glGenTextures(1, &texture);
+            glBindTexture(GL_TEXTURE_2D, texture);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+            storage = {};
+        } else {
+            glBindTexture(GL_TEXTURE_2D, texture);
+        }
         glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
         glPixelStorei(GL_UNPACK_ROW_LENGTH, static_cast<GLint>(image.bytesPerLine() / 4));
         glPixelStorei(GL_UNPACK_SKIP_PIXELS, x);
         glPixelStorei(GL_UNPACK_SKIP_ROWS, y);
         // 32-bit QImage formats are B, G, R, A in memory on this byte order.
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, w, h, 0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
-                     image.constBits());
+        if (storage == QSize(w, h)) {
+            glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, w, h, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
+                            image.constBits());
+        } else {
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, w, h, 0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
+                         image.constBits());
+            storage = QSize(w, h);
+        }
         glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
         glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
         glPixelStorei(GL_UNPACK_SKIP_ROWS, 0);
-        return texture;
     }
 
     void SetOverlay(Overlay& overlay, const QImage& image, const QString& text = {}) {
         if (overlay.texture != 0 && overlay.size == image.size() && overlay.text == text) {
             return;
         }
-        DropOverlay(overlay);
-        overlay.texture = MakeTexture(image, 0, 0, image.width(), image.height());
+        QSize storage = overlay.size;
+        Load(overlay.texture, storage, image, 0, 0, image.width(), image.height());
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
         overlay.size = image.size();
         overlay.text = text;
@@ -138,6 +160,18 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         }
         tiles.clear();
         key = nullptr;
+        if (fitted.texture != 0) {
+            glDeleteTextures(1, &fitted.texture);
+        }
+        fitted = {};
+    }
+
+    // Loads the reduction `image` of the picture `picture` into the fitted texture.
+    void LoadFitted(const void* picture, const QImage& image, bool smooth) {
+        Load(fitted.texture, fitted.storage, image, 0, 0, image.width(), image.height());
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
+        fitted.key = picture;
+        fitted.smooth = smooth;
     }
 
     void Quad(const QRectF& destination, const QRectF& uv) {
@@ -245,22 +279,13 @@ void GlView::Initialize() {
             // The context takes its textures with it.
             gl_->tiles.clear();
             gl_->key = nullptr;
+            gl_->fitted = {};
             gl_->caption = {};
             gl_->copied = {};
             gl_->badge = {};
             gl_->ready = false;
         },
         Qt::DirectConnection);
-}
-
-void GlView::PictureChanged() {
-    // Upload now rather than in the next paint where the context can be made current, so
-    // that the paint after a navigation only draws.
-    if (!image_.isNull() && gl_->ready && !resetPending_ && surface_->context() != nullptr) {
-        surface_->makeCurrent();
-        Upload(picture_.get(), image_);
-        surface_->doneCurrent();
-    }
 }
 
 void GlView::Upload(const void* key, const QImage& source) {
@@ -270,7 +295,6 @@ void GlView::Upload(const void* key, const QImage& source) {
     }
     QElapsedTimer clock;
     clock.start();
-    gl.DropTiles();
     QImage image = source;
     if (image.format() != QImage::Format_ARGB32_Premultiplied &&
         image.format() != QImage::Format_RGB32) {
@@ -280,20 +304,35 @@ void GlView::Upload(const void* key, const QImage& source) {
     if (tileLimit_ > 0) {
         limit = std::min(limit, tileLimit_);
     }
-    gl.mipmaps = settings::MultiSampling.On();
+    std::vector<QRect> rects;
     for (int y = 0; y < image.height(); y += limit) {
         for (int x = 0; x < image.width(); x += limit) {
-            const int w = std::min(limit, image.width() - x);
-            const int h = std::min(limit, image.height() - y);
-            Resources::Tile tile;
-            tile.texture = gl.MakeTexture(image, x, y, w, h);
-            tile.rect = QRect(x, y, w, h);
-            if (gl.mipmaps) {
-                gl.glGenerateMipmap(GL_TEXTURE_2D);
-            } else {
-                gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
-            }
-            gl.tiles.push_back(tile);
+            rects.emplace_back(x, y, std::min(limit, image.width() - x),
+                               std::min(limit, image.height() - y));
+        }
+    }
+    // Pictures of one shoot share their size: the tiles of the last one take the next.
+    const bool same =
+        rects.size() == gl.tiles.size() &&
+        std::equal(rects.begin(), rects.end(), gl.tiles.begin(),
+                   [](const QRect& r, const Resources::Tile& t) { return r == t.rect; });
+    if (!same) {
+        const Resources::Fitted fitted = std::exchange(gl.fitted, {});
+        gl.DropTiles();
+        gl.fitted = fitted;
+        gl.tiles.resize(rects.size());
+    }
+    gl.mipmaps = settings::MultiSampling.On();
+    for (std::size_t i = 0; i < rects.size(); ++i) {
+        Resources::Tile& tile = gl.tiles[i];
+        const QRect& r = rects[i];
+        gl.Load(tile.texture, tile.storage, image, r.x(), r.y(), r.width(), r.height());
+        tile.rect = r;
+        if (gl.mipmaps) {
+            gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 1000);
+            gl.glGenerateMipmap(GL_TEXTURE_2D);
+        } else {
+            gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
         }
     }
     gl.key = key;
@@ -303,10 +342,22 @@ void GlView::Upload(const void* key, const QImage& source) {
     lastUploadMs_ = static_cast<double>(clock.nsecsElapsed()) / 1e6;
 }
 
+double GlView::UploadWhole() {
+    if (image_.isNull() || !gl_->ready || surface_->context() == nullptr) {
+        return 0;
+    }
+    surface_->makeCurrent();
+    gl_->key = nullptr;
+    Upload(picture_.get(), image_);
+    surface_->doneCurrent();
+    return lastUploadMs_;
+}
+
 void GlView::ReleaseTextures() {
     if (!gl_->ready || surface_ == nullptr || surface_->context() == nullptr) {
         gl_->tiles.clear();
         gl_->key = nullptr;
+        gl_->fitted = {};
         return;
     }
     surface_->makeCurrent();
@@ -388,7 +439,23 @@ void GlView::Paint() {
 
     const QRect destination = ToQRect(plan.layout.destination);
     const QRect source = ToQRect(plan.layout.source);
-    if (!picture.isNull() && !destination.isEmpty() && !source.isEmpty()) {
+    const QSize target = ReductionTarget(plan, Geometry().Zoomed());
+    if (!target.isEmpty()) {
+        // Much reduced: drawn one to one from a reduction to the destination's size, the
+        // smooth one when it has come, else a quick one made now.
+        const QImage& smooth = SmoothReduction(target);
+        const bool current = gl.fitted.key == key && gl.fitted.storage == target;
+        if (!smooth.isNull() && !(current && gl.fitted.smooth)) {
+            gl.LoadFitted(key, smooth, true);
+        } else if (smooth.isNull() && !current) {
+            StartReduction();
+            gl.LoadFitted(key, picture.scaled(target, Qt::IgnoreAspectRatio), false);
+        }
+        gl.glBindTexture(GL_TEXTURE_2D, gl.fitted.texture);
+        gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+        gl.Quad(QRectF(destination), QRectF(0, 0, 1, 1));
+    } else if (!picture.isNull() && !destination.isEmpty() && !source.isEmpty()) {
         Upload(key, picture);
         GLint minFilter = GL_NEAREST;
         GLint magFilter = GL_NEAREST;
@@ -452,8 +519,8 @@ bool OpenGlAvailable(bool* software) {
     const bool usable =
         made.version() >= qMakePair(3, 3) && made.renderableType() == QSurfaceFormat::OpenGL;
     if (software != nullptr) {
-        const auto* renderer = reinterpret_cast<const char*>(
-            context.functions()->glGetString(GL_RENDERER));
+        const auto* renderer =
+            reinterpret_cast<const char*>(context.functions()->glGetString(GL_RENDERER));
         const QByteArray name = QByteArray(renderer != nullptr ? renderer : "").toLower();
         *software = name.contains("llvmpipe") || name.contains("softpipe") ||
                     name.contains("swrast") || name.contains("software");

@@ -1,9 +1,12 @@
 // The picture view on the accelerated path: OpenGL 3.3 core through a QOpenGLWidget that
-// fills the view (it takes no input: mouse and keys go to the view itself). A picture is
-// uploaded once as textures, in tiles when it is larger than the driver's texture limit,
-// with mipmaps when multi-sampling is on; each frame clears to black and draws the planned
-// source rectangle into the destination as textured quads, then the caption box and the
-// stamps blended over it.
+// fills the view (it takes no input: mouse and keys go to the view itself). A picture much
+// larger than its destination (a photograph fitted to the window) is uploaded as its
+// reduction to the destination's size, first a quick one, then the view's smooth one, and
+// drawn one to one. Zoomed in, or when not much reduced, the picture itself is uploaded once
+// as textures, in tiles when it is larger than the driver's texture limit, with mipmaps when
+// multi-sampling is on, into the storage of the last picture's textures when the size is the
+// same. Each frame clears to black and draws the planned source rectangle into the
+// destination as textured quads, then the caption box and the stamps blended over it.
 //
 // A lost context (a reset reported by the driver, an invalid context, or the test hook) is
 // survived once: the frame stays black, the textures are dropped and made again 250 ms
@@ -44,9 +47,10 @@ public:
     // `measure` is on).
     void SetMeasureUploads(bool measure) { measureUploads_ = measure; }
     double LastUploadMs() const { return lastUploadMs_; }
+    // Uploads the whole current picture now, as zooming in does, and returns the time.
+    double UploadWhole();
 
 protected:
-    void PictureChanged() override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:

@@ -6,10 +6,13 @@
 #include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QMetaObject>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QPointer>
 #include <QScreen>
+#include <QThreadPool>
 
 #include "app/check_point.h"
 #include "i18n/current_language.h"
@@ -22,6 +25,9 @@ namespace {
 // The hidden cursor of a drag is kept this far inside its screen's edges, so that it never
 // stops at an edge while the picture is still moving.
 constexpr int kEdgeMargin = 64;
+// Pictures up to this many times their destination's area are drawn from their own pixels;
+// larger ones from a reduction to the destination's size.
+constexpr double kReduceAbove = 1.5;
 constexpr int kStripShowMs = 100;
 constexpr int kStripHideMs = 800;
 constexpr int kIdleHideMs = 3500;
@@ -221,6 +227,7 @@ PictureView::PictureView(QWidget* parent) : QWidget(parent) {
 
 void PictureView::SetPicture(std::shared_ptr<const decode::DecodedPicture> picture) {
     SetCheckPoint(240);
+    ForgetReduction();
     picture_ = std::move(picture);
     startPicture_ = false;
     errorPicture_ = false;
@@ -232,11 +239,13 @@ void PictureView::SetPicture(std::shared_ptr<const decode::DecodedPicture> pictu
         geometry_.SetPicture(image_.width(), image_.height(), captured_);
     }
     PictureChanged();
+    StartReduction();
     UpdateCursor();
     Redraw();
 }
 
 void PictureView::ShowStartPicture(const QString& caption) {
+    ForgetReduction();
     picture_.reset();
     image_ = {};
     startPicture_ = true;
@@ -244,17 +253,20 @@ void PictureView::ShowStartPicture(const QString& caption) {
     caption_ = caption;
     geometry_.SetViewOwned(true, !caption.isEmpty());
     PictureChanged();
+    StartReduction();
     UpdateCursor();
     Redraw();
 }
 
 void PictureView::ShowErrorPicture() {
+    ForgetReduction();
     picture_.reset();
     image_ = {};
     startPicture_ = false;
     errorPicture_ = true;
     geometry_.SetViewOwned(true, false);
     PictureChanged();
+    StartReduction();
     UpdateCursor();
     Redraw();
 }
@@ -598,7 +610,62 @@ void PictureView::keyPressEvent(QKeyEvent* event) {
 
 void PictureView::resizeEvent(QResizeEvent* event) {
     QWidget::resizeEvent(event);
+    StartReduction();
     UpdateCursor();
+}
+
+void PictureView::ForgetReduction() {
+    ++generation_;
+    reduced_ = {};
+    reducedSize_ = {};
+    reducing_ = false;
+}
+
+QSize PictureView::ReductionTarget(const DrawPlan& plan, bool zoomed) {
+    const QSize target = ToQRect(plan.layout.destination).size();
+    const double area = double(plan.layout.source.Width()) * plan.layout.source.Height();
+    if (!plan.decoded || zoomed || target.isEmpty() ||
+        area <= kReduceAbove * target.width() * target.height()) {
+        return {};
+    }
+    return target;
+}
+
+const QImage& PictureView::SmoothReduction(const QSize& size) const {
+    static const QImage none;
+    return reducedSize_ == size ? reduced_ : none;
+}
+
+void PictureView::StartReduction() {
+    const QImage source = image_;
+    if (reducing_ || source.isNull() || width() <= 0 || height() <= 0) {
+        return;  // one at a time: when it comes, the next is started if the size changed
+    }
+    const QSize target = ReductionTarget(Plan(width(), height()), geometry_.Zoomed());
+    if (target.isEmpty() || target == reducedSize_) {
+        return;
+    }
+    // The job keeps the picture alive; the result is dropped when another picture came.
+    const auto picture = picture_;
+    const std::uint64_t generation = generation_;
+    reducing_ = true;
+    QPointer<PictureView> self(this);
+    QThreadPool::globalInstance()->start([picture, source, target, generation, self] {
+        QImage reduced = source.scaled(target, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+        QMetaObject::invokeMethod(
+            self.data(),
+            [self, reduced = std::move(reduced), target, generation] {
+                if (!self || self->generation_ != generation) {
+                    return;
+                }
+                self->reducing_ = false;
+                self->reduced_ = reduced;
+                self->reducedSize_ = target;
+                self->Redraw();
+                self->StartReduction();
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 }  // namespace orvanta::display

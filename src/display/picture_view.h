@@ -111,9 +111,22 @@ signals:
     void DisplayFailed();
 
 protected:
-    // The presenter learns of a new picture (reduce it, upload it).
+    // The presenter learns of a new picture (upload it).
     virtual void PictureChanged() {}
     void NotePainted(const QRect& destination);
+
+    // A picture much larger than its destination is drawn from a copy reduced to exactly the
+    // destination's size, made with smoothing on a pool thread when the picture or the view
+    // size changes; until it arrives a presenter makes do with a quick unsmoothed one. The
+    // size the decoded picture of `plan` is reduced to, or an empty size when it is drawn
+    // from its own pixels (zoomed, or not much larger than its destination).
+    static QSize ReductionTarget(const DrawPlan& plan, bool zoomed);
+    // The smooth reduction of the current picture to `size`, or a null image until it came.
+    const QImage& SmoothReduction(const QSize& size) const;
+    // Starts making the reduction the current layout needs unless it is there or on its way
+    // (the picture and the view's size start it; a presenter calls it when it finds none,
+    // e.g. after the zoom let go).
+    void StartReduction();
 
     bool event(QEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
@@ -130,6 +143,7 @@ protected:
     QString caption_;
 
 private:
+    void ForgetReduction();
     void UpdateOptions();
     void UpdateCursor();
     void ShowCursor();
@@ -155,6 +169,10 @@ private:
     QTimer idle_;       // hides a resting cursor
     QRect lastDestination_;
     std::uint64_t paints_ = 0;
+    QImage reduced_;  // picture_ reduced to reducedSize_
+    QSize reducedSize_;
+    bool reducing_ = false;         // a reduction of the current picture is being made
+    std::uint64_t generation_ = 0;  // counts the pictures shown, to drop a late reduction
 };
 
 // Wraps a decoded picture's pixels in a QImage without copying; null for formats the view

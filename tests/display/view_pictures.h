@@ -13,8 +13,9 @@
 
 namespace orvanta::display::test {
 
-// Smooth colour ramps with a grid of dark lines every 64 pixels.
-inline std::shared_ptr<const decode::DecodedPicture> PatternPicture(int width, int height) {
+// Smooth colour ramps with a grid of dark lines every 64 pixels, moved right by `shift`.
+inline std::shared_ptr<const decode::DecodedPicture> PatternPicture(int width, int height,
+                                                                    int shift = 0) {
     auto picture = std::make_shared<decode::DecodedPicture>();
     const Result made = imaging::PixelBuffer::Create(
         {static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)},
@@ -25,7 +26,7 @@ inline std::shared_ptr<const decode::DecodedPicture> PatternPicture(int width, i
     for (int y = 0; y < height; ++y) {
         auto* row = reinterpret_cast<std::uint8_t*>(picture->pixels.Row(y));
         for (int x = 0; x < width; ++x) {
-            const bool line = x % 64 < 2 || y % 64 < 2;
+            const bool line = (x + 64 - shift % 64) % 64 < 2 || y % 64 < 2;
             row[4 * x] = line ? 20 : static_cast<std::uint8_t>(255 * x / width);
             row[4 * x + 1] = line ? 20 : static_cast<std::uint8_t>(255 * y / height);
             row[4 * x + 2] = line ? 20 : static_cast<std::uint8_t>(128 + (x + y) % 128);
