@@ -10,7 +10,7 @@
 #include <QOpenGLFunctions>
 #include <QOpenGLFunctions_3_3_Core>
 #include <QOpenGLShaderProgram>
-#include <QOpenGLWidget>
+#include <QOpenGLWindow>
 #include <QResizeEvent>
 
 #include "display/raster_view.h"
@@ -56,13 +56,16 @@ void main() {
 
 }  // namespace
 
-// The widget that owns the context; it takes no input and only forwards its three calls.
-class GlSurface final : public QOpenGLWidget {
+// The native window that owns the context and is drawn into directly: a QOpenGLWidget
+// would draw into a framebuffer object that the toolkit then composes with the rest of the
+// window every frame, which costs a full-window copy per frame (on a software rasteriser,
+// more than the drawing itself). It takes no input and never focus: the pointer and the
+// keys go through to the view under it.
+class GlSurface final : public QOpenGLWindow {
 public:
-    explicit GlSurface(GlView* view) : QOpenGLWidget(view), view_(view) {
+    explicit GlSurface(GlView* view) : QOpenGLWindow(QOpenGLWindow::NoPartialUpdate), view_(view) {
         setFormat(ViewFormat());
-        setAttribute(Qt::WA_TransparentForMouseEvents);
-        setFocusPolicy(Qt::NoFocus);
+        setFlags(flags() | Qt::WindowTransparentForInput | Qt::WindowDoesNotAcceptFocus);
     }
 
 protected:
@@ -80,8 +83,12 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         QSize storage;
     };
     // The picture reduced to the size it is shown at.
+    // Its rows are stored bottom up, as the window's framebuffer has them, so that a frame
+    // copies it into place with a plain blit (a row copy on a software rasteriser, where
+    // drawing it as a textured quad costs ten times more).
     struct Fitted {
         GLuint texture = 0;
+        GLuint framebuffer = 0;  // reads the texture for the blit
         QSize storage;
         const void* key = nullptr;  // the picture it holds
         bool smooth = false;        // the smooth reduction (else the quick one)
@@ -127,7 +134,9 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
             glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, w, h, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
                             image.constBits());
         } else {
-            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, w, h, 0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
+            // The unsized internal format lets the driver keep the rows as they come (B, G,
+            // R, A): a software rasteriser then copies them instead of converting each pixel.
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, w, h, 0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV,
                          image.constBits());
             storage = QSize(w, h);
         }
@@ -163,13 +172,26 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         if (fitted.texture != 0) {
             glDeleteTextures(1, &fitted.texture);
         }
+        if (fitted.framebuffer != 0) {
+            glDeleteFramebuffers(1, &fitted.framebuffer);
+        }
         fitted = {};
     }
 
     // Loads the reduction `image` of the picture `picture` into the fitted texture.
     void LoadFitted(const void* picture, const QImage& image, bool smooth) {
+        const GLuint before = fitted.texture;
+        const QSize storage = fitted.storage;
         Load(fitted.texture, fitted.storage, image, 0, 0, image.width(), image.height());
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
+        if (fitted.framebuffer == 0) {
+            glGenFramebuffers(1, &fitted.framebuffer);
+        }
+        if (fitted.texture != before || fitted.storage != storage) {
+            glBindFramebuffer(GL_READ_FRAMEBUFFER, fitted.framebuffer);
+            glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D,
+                                   fitted.texture, 0);
+        }
         fitted.key = picture;
         fitted.smooth = smooth;
     }
@@ -216,21 +238,25 @@ GlView::~GlView() {
         surface_->doneCurrent();
     }
     gl_.reset();
-    delete surface_;
+    delete container_;  // and the surface with it
+    container_ = nullptr;
     surface_ = nullptr;
 }
 
 void GlView::CreateSurface() {
     surface_ = new GlSurface(this);
-    connect(surface_, &QOpenGLWidget::frameSwapped, this, [this] { ++presents_; });
-    surface_->setGeometry(rect());
-    surface_->show();
+    connect(surface_, &QOpenGLWindow::frameSwapped, this, [this] { ++presents_; });
+    container_ = QWidget::createWindowContainer(surface_, this);
+    container_->setAttribute(Qt::WA_TransparentForMouseEvents);
+    container_->setFocusPolicy(Qt::NoFocus);
+    container_->setGeometry(rect());
+    container_->show();
 }
 
 void GlView::resizeEvent(QResizeEvent* event) {
     PictureView::resizeEvent(event);
     // The surface redraws into its new size in the same frame, so a resize does not flash.
-    surface_->setGeometry(rect());
+    container_->setGeometry(rect());
 }
 
 void GlView::Redraw() {
@@ -238,7 +264,15 @@ void GlView::Redraw() {
 }
 
 QImage GlView::Screenshot() {
-    return surface_->grabFramebuffer();
+    if (surface_->context() == nullptr) {
+        return {};
+    }
+    // A frame drawn now into the back buffer and read before any swap.
+    surface_->makeCurrent();
+    Paint();
+    QImage shot = surface_->grabFramebuffer();
+    surface_->doneCurrent();
+    return shot;
 }
 
 int GlView::TileCount() const {
@@ -396,7 +430,7 @@ void GlView::Recover() {
         // The driver reset the context: a new surface brings a new one, and the old
         // textures went with the old context.
         gl_ = std::make_unique<Resources>();
-        delete surface_;
+        delete container_;
         CreateSurface();
     } else if (!resetPending_) {
         return;  // a resume check that found nothing wrong
@@ -413,6 +447,9 @@ void GlView::Paint() {
         HandleLoss();
     }
     if (gl.ready) {
+        const qreal ratio = surface_->devicePixelRatio();
+        gl.glViewport(0, 0, static_cast<GLsizei>(width() * ratio),
+                      static_cast<GLsizei>(height() * ratio));
         gl.glClearColor(0, 0, 0, 1);
         gl.glClear(GL_COLOR_BUFFER_BIT);
     }
@@ -446,15 +483,28 @@ void GlView::Paint() {
         const QImage& smooth = SmoothReduction(target);
         const bool current = gl.fitted.key == key && gl.fitted.storage == target;
         if (!smooth.isNull() && !(current && gl.fitted.smooth)) {
-            gl.LoadFitted(key, smooth, true);
+            gl.LoadFitted(key, smooth.mirrored(false, true), true);
         } else if (smooth.isNull() && !current) {
-            StartReduction();
-            gl.LoadFitted(key, picture.scaled(target, Qt::IgnoreAspectRatio), false);
+            QImage quick = picture.scaled(target, Qt::IgnoreAspectRatio);
+            quick.mirror(false, true);
+            gl.LoadFitted(key, quick, false);
         }
-        gl.glBindTexture(GL_TEXTURE_2D, gl.fitted.texture);
-        gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-        gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-        gl.Quad(QRectF(destination), QRectF(0, 0, 1, 1));
+        const qreal ratio = surface_->devicePixelRatio();
+        const GLuint window = surface_->defaultFramebufferObject();
+        if (ratio == 1.0) {
+            const int bottom = height() - destination.top() - target.height();
+            gl.glBindFramebuffer(GL_READ_FRAMEBUFFER, gl.fitted.framebuffer);
+            gl.glBindFramebuffer(GL_DRAW_FRAMEBUFFER, window);
+            gl.glBlitFramebuffer(0, 0, target.width(), target.height(), destination.left(), bottom,
+                                 destination.left() + target.width(), bottom + target.height(),
+                                 GL_COLOR_BUFFER_BIT, GL_NEAREST);
+            gl.glBindFramebuffer(GL_FRAMEBUFFER, window);
+        } else {
+            gl.glBindTexture(GL_TEXTURE_2D, gl.fitted.texture);
+            gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+            gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+            gl.Quad(QRectF(destination), QRectF(0, 1, 1, -1));
+        }
     } else if (!picture.isNull() && !destination.isEmpty() && !source.isEmpty()) {
         Upload(key, picture);
         GLint minFilter = GL_NEAREST;

@@ -1,5 +1,5 @@
-// The picture view on the accelerated path: OpenGL 3.3 core through a QOpenGLWidget that
-// fills the view (it takes no input: mouse and keys go to the view itself). A picture much
+// The picture view on the accelerated path: OpenGL 3.3 core in a native window that fills
+// the view (it takes no input: mouse and keys go to the view itself). A picture much
 // larger than its destination (a photograph fitted to the window) is uploaded as its
 // reduction to the destination's size, first a quick one, then the view's smooth one, and
 // drawn one to one. Zoomed in, or when not much reduced, the picture itself is uploaded once
@@ -66,7 +66,8 @@ private:
     void Upload(const void* key, const QImage& image);
     void ReleaseTextures();
 
-    GlSurface* surface_ = nullptr;
+    GlSurface* surface_ = nullptr;  // owned by container_
+    QWidget* container_ = nullptr;  // a child widget holding the surface's native window
     std::unique_ptr<Resources> gl_;
     QTimer recover_;
     int tileLimit_ = 0;

@@ -239,7 +239,6 @@ void PictureView::SetPicture(std::shared_ptr<const decode::DecodedPicture> pictu
         geometry_.SetPicture(image_.width(), image_.height(), captured_);
     }
     PictureChanged();
-    StartReduction();
     UpdateCursor();
     Redraw();
 }
@@ -253,7 +252,6 @@ void PictureView::ShowStartPicture(const QString& caption) {
     caption_ = caption;
     geometry_.SetViewOwned(true, !caption.isEmpty());
     PictureChanged();
-    StartReduction();
     UpdateCursor();
     Redraw();
 }
@@ -266,7 +264,6 @@ void PictureView::ShowErrorPicture() {
     errorPicture_ = true;
     geometry_.SetViewOwned(true, false);
     PictureChanged();
-    StartReduction();
     UpdateCursor();
     Redraw();
 }
@@ -356,6 +353,9 @@ DrawPlan PictureView::Plan(int width, int height) {
 void PictureView::NotePainted(const QRect& destination) {
     lastDestination_ = destination;
     ++paints_;
+    // Not before: the first frame of a new picture goes out without the reduction's thread
+    // competing for the processor.
+    StartReduction();
     emit Painted();
 }
 
@@ -610,7 +610,6 @@ void PictureView::keyPressEvent(QKeyEvent* event) {
 
 void PictureView::resizeEvent(QResizeEvent* event) {
     QWidget::resizeEvent(event);
-    StartReduction();
     UpdateCursor();
 }
 

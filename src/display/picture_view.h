@@ -116,17 +116,14 @@ protected:
     void NotePainted(const QRect& destination);
 
     // A picture much larger than its destination is drawn from a copy reduced to exactly the
-    // destination's size, made with smoothing on a pool thread when the picture or the view
-    // size changes; until it arrives a presenter makes do with a quick unsmoothed one. The
+    // destination's size, made with smoothing on a pool thread after the first frame of a
+    // new picture or size; until it arrives a presenter makes do with an unsmoothed one. The
     // size the decoded picture of `plan` is reduced to, or an empty size when it is drawn
     // from its own pixels (zoomed, or not much larger than its destination).
     static QSize ReductionTarget(const DrawPlan& plan, bool zoomed);
-    // The smooth reduction of the current picture to `size`, or a null image until it came.
+    // The smooth reduction of the current picture to `size`, or a null image until it came;
+    // each painted frame starts the one its layout needs.
     const QImage& SmoothReduction(const QSize& size) const;
-    // Starts making the reduction the current layout needs unless it is there or on its way
-    // (the picture and the view's size start it; a presenter calls it when it finds none,
-    // e.g. after the zoom let go).
-    void StartReduction();
 
     bool event(QEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
@@ -143,6 +140,8 @@ protected:
     QString caption_;
 
 private:
+    // Starts making the reduction the current layout needs unless it is there or on its way.
+    void StartReduction();
     void ForgetReduction();
     void UpdateOptions();
     void UpdateCursor();

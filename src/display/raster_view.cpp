@@ -27,9 +27,6 @@ void RasterView::paintEvent(QPaintEvent*) {
         if (!target.isEmpty() && !SmoothReduction(target).isNull()) {
             painter.drawImage(destination.topLeft(), SmoothReduction(target));
         } else {
-            if (!target.isEmpty()) {
-                StartReduction();
-            }
             // A reduction is smoothed only with multi-sampling; an enlargement as the
             // filter says.
             const bool smooth = plan.filter == Filter::Mipmapped ||
