@@ -261,6 +261,22 @@ void GlView::resizeEvent(QResizeEvent* event) {
 
 void GlView::Redraw() {
     surface_->update();
+    // The window's own update waits for the next tick of a timer at the screen's refresh
+    // rate; the frame is drawn as soon as the event loop comes round instead (the update
+    // then finds nothing left to draw).
+    if (!drawPosted_) {
+        drawPosted_ = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                drawPosted_ = false;
+                if (surface_ != nullptr && surface_->isExposed()) {
+                    QEvent draw(QEvent::UpdateRequest);
+                    QCoreApplication::sendEvent(surface_, &draw);
+                }
+            },
+            Qt::QueuedConnection);
+    }
 }
 
 QImage GlView::Screenshot() {
@@ -470,8 +486,9 @@ void GlView::Paint() {
     gl.glActiveTexture(GL_TEXTURE0);
     gl.glBindVertexArray(gl.vao);
     gl.glBindBuffer(GL_ARRAY_BUFFER, gl.vbo);
-    // Every texture holds premultiplied pixels.
-    gl.glEnable(GL_BLEND);
+    // Every texture holds premultiplied pixels: drawn over the black just cleared, a picture
+    // shows as it is, so only the overlays drawn over it are blended.
+    gl.glDisable(GL_BLEND);
     gl.glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
 
     const QRect destination = ToQRect(plan.layout.destination);
@@ -535,6 +552,7 @@ void GlView::Paint() {
             gl.Quad(where, uv);
         }
     }
+    gl.glEnable(GL_BLEND);
     if (!plan.captionBox.isEmpty()) {
         gl.SetOverlay(gl.caption, CaptionImage(plan.captionBox.size(), plan.caption), plan.caption);
         gl.DrawOverlay(gl.caption, plan.captionBox, GL_NEAREST);

@@ -75,6 +75,7 @@ private:
     bool resetPending_ = false;
     bool simulatedLoss_ = false;
     bool measureUploads_ = false;
+    bool drawPosted_ = false;
     double lastUploadMs_ = 0;
     std::uint64_t presents_ = 0;
 };
