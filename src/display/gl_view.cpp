@@ -459,7 +459,9 @@ void GlView::Recover() {
 
 void GlView::Paint() {
     Resources& gl = *gl_;
-    if (ContextLost()) {
+    // While a reset is pending the frame stays black and a loss found now is the one being
+    // recovered from; the next frame after the recovery looks again.
+    if (!resetPending_ && ContextLost()) {
         HandleLoss();
     }
     if (gl.ready) {
