@@ -1,8 +1,12 @@
 #include "decode/colour_management.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
+#include <mutex>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "decode/colour_profiles.h"
 #include "decode/colour_transform.h"
@@ -70,6 +74,53 @@ Profile TargetProfile(const ColourSettings& settings, bool& invalid) {
     return profile && !invalid ? std::move(profile) : SrgbProfile();
 }
 
+// Transforms made for earlier pictures, by the bytes of their two profiles and their pixel
+// format: a shoot has one or two profiles, and making a transform (lcms2's and our tables)
+// costs about 3 ms, a few percent of a decode. Transforms are immutable and shared.
+class TransformCache {
+public:
+    static TransformCache& Process() {
+        static TransformCache cache;
+        return cache;
+    }
+
+    Result Get(const Profile& source, const Profile& target, imaging::PixelFormat format,
+               std::shared_ptr<const ColourTransform>& transform) {
+        std::vector<std::uint8_t> key = ProfileBytes(source);
+        const std::vector<std::uint8_t> targetBytes = ProfileBytes(target);
+        if (key.empty() || targetBytes.empty()) {
+            return ColourTransform::Create(source, target, format, transform);
+        }
+        key.push_back(0);
+        key.insert(key.end(), targetBytes.begin(), targetBytes.end());
+        key.push_back(static_cast<std::uint8_t>(format));
+        {
+            const std::scoped_lock lock(mutex_);
+            for (auto it = made_.begin(); it != made_.end(); ++it) {
+                if (it->first == key) {
+                    transform = it->second;
+                    std::rotate(made_.begin(), it, it + 1);  // most recent first
+                    return S_OK;
+                }
+            }
+        }
+        const Result made = ColourTransform::Create(source, target, format, transform);
+        if (made == S_OK) {
+            const std::scoped_lock lock(mutex_);
+            if (made_.size() == kKept) {
+                made_.pop_back();
+            }
+            made_.insert(made_.begin(), {std::move(key), transform});
+        }
+        return made;
+    }
+
+private:
+    static constexpr std::size_t kKept = 8;
+    std::mutex mutex_;  // a leaf lock
+    std::vector<std::pair<std::vector<std::uint8_t>, std::shared_ptr<const ColourTransform>>> made_;
+};
+
 // Steps shared by both entries once the source profile is known: the target, the
 // transform with its retries, and the stage.
 ColourOutcome Transform(std::unique_ptr<BitmapSource> source, const Profile& sourceProfile,
@@ -82,16 +133,17 @@ ColourOutcome Transform(std::unique_ptr<BitmapSource> source, const Profile& sou
         Warn(settings, request.warn, true, E_INVALID_PROFILE);
     }
     std::shared_ptr<const ColourTransform> transform;
-    Result made = ColourTransform::Create(sourceProfile, target, source->Format(), transform);
+    TransformCache& cache = TransformCache::Process();
+    Result made = cache.Get(sourceProfile, target, source->Format(), transform);
     if (made == WINCODEC_ERR_UNSUPPORTEDPIXELFORMAT && request.outputFormat != source->Format() &&
         imaging::CanConvert(source->Format(), request.outputFormat)) {
         source = imaging::Converted(std::move(source), request.outputFormat);
-        made = ColourTransform::Create(sourceProfile, target, source->Format(), transform);
+        made = cache.Get(sourceProfile, target, source->Format(), transform);
     }
     if (made == E_INVALID_PROFILE && settings.CustomTarget() && !invalidTarget) {
         Warn(settings, request.warn, true, E_INVALID_PROFILE);
         target = SrgbProfile();
-        made = ColourTransform::Create(sourceProfile, target, source->Format(), transform);
+        made = cache.Get(sourceProfile, target, source->Format(), transform);
     }
     if (made != S_OK) {
         outcome.source = std::move(source);

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "decode/colour_profiles.h"
+#include "decode/colour_transform.h"
+#include "decode/colour_transform.h"
 #include "decode/open_decoder.h"
 #include "support/picture_fixtures.h"
 #include "support/temp_folder.h"
@@ -85,6 +87,30 @@ TEST_F(ColourStep, AdobeRgbPictureIsConvertedAndNamedByItsProfile) {
     EXPECT_EQ(outcome.profileDescription, "Adobe RGB (1998)");
     ASSERT_NE(outcome.source, nullptr);
     EXPECT_EQ(outcome.source->Format(), PixelFormat::Pbgra32);
+}
+
+// A shoot's pictures share their profiles: the transform is made once and shared; another
+// source profile or another target gets a transform of its own.
+TEST_F(ColourStep, PicturesWithTheSameProfilesShareOneTransform) {
+    const auto transformOf = [](ColourOutcome outcome) {
+        EXPECT_TRUE(outcome.transformed);
+        return TakeApartColourStage(outcome.source);
+    };
+    const Bytes adobe = WithIccProfile(test::MakeJpeg(64, 48), ProfileBytes(AdobeRgbProfile()));
+    const auto first = transformOf(Run(adobe, Settings()));
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(transformOf(Run(adobe, Settings())), first);
+
+    const Bytes proPhoto =
+        WithIccProfile(test::MakeJpeg(64, 48), ProfileBytes(ProPhotoRgbProfile()));
+    const auto other = transformOf(Run(proPhoto, Settings()));
+    EXPECT_NE(other, nullptr);
+    EXPECT_NE(other, first);
+
+    const auto target = WriteProfile("target.icc", ProfileBytes(ProPhotoRgbProfile()));
+    const auto toProPhoto = transformOf(Run(adobe, Settings(target.string())));
+    EXPECT_NE(toProPhoto, nullptr);
+    EXPECT_NE(toProPhoto, first);
 }
 
 TEST_F(ColourStep, SrgbPictureIsLeftAlone) {
