@@ -7,7 +7,6 @@
 
 #include "decode/colour_profiles.h"
 #include "decode/colour_transform.h"
-#include "decode/colour_transform.h"
 #include "decode/open_decoder.h"
 #include "support/picture_fixtures.h"
 #include "support/temp_folder.h"
