@@ -51,7 +51,7 @@ bool WaitPresented(orvanta::display::PictureView& view, std::uint64_t before) {
 std::vector<double> Navigate(const std::string& folder, bool accelerated, int steps, int pauseMs,
                              bool& fellBack) {
     orvanta::frame::MainFrame frame(0, nullptr, accelerated);
-    fellBack = frame.AccelerationFailed();
+    fellBack = frame.AccelerationFailed() || frame.View().Accelerated() != accelerated;
     frame.resize(1920, 1080);
     frame.show();
     Pump(300);
@@ -146,6 +146,8 @@ int main(int argc, char** argv) {
             pauseMs = std::max(0, std::atoi(argv[i + 1]));
         }
     }
+    // A software rasteriser would otherwise get the raster view in both runs.
+    qputenv("ORVANTA_SOFTWARE_GL", "1");
     QApplication application(argc, argv);
     orvanta::cmdline::StartupRequest request;
     orvanta::app::MessageBoxLanguageNotices notices;
