@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include <QCoreApplication>
 #include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -648,11 +649,17 @@ void PictureView::StartReduction() {
     const auto picture = picture_;
     const std::uint64_t generation = generation_;
     reducing_ = true;
+    // The view may go while the job runs: the pointer is looked at only on the view's thread,
+    // where the result is handed over through the application object.
     QPointer<PictureView> self(this);
     QThreadPool::globalInstance()->start([picture, source, target, generation, self] {
         QImage reduced = source.scaled(target, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+        QCoreApplication* application = QCoreApplication::instance();
+        if (application == nullptr) {
+            return;
+        }
         QMetaObject::invokeMethod(
-            self.data(),
+            application,
             [self, reduced = std::move(reduced), target, generation] {
                 if (!self || self->generation_ != generation) {
                     return;
