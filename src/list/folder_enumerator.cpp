@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <dirent.h>
@@ -22,8 +23,18 @@ namespace orvanta::list {
 namespace {
 
 constexpr std::uint32_t kFileMask = IN_CLOSE_WRITE | IN_MOVED_TO;
-// The watcher wakes this often to see the stop flag.
+// What the scan watches its sub-folders for at first: names only, which needs no pass over
+// the folder's entries in the kernel (watch_upgrades.h).
+constexpr std::uint32_t kNameMask = IN_CREATE | IN_MOVED_TO;
+// The watcher wakes this often to see the stop flag, and more often while sub-folders wait
+// for their full watch, to see the list complete.
 constexpr int kPollMilliseconds = 100;
+constexpr int kWaitingPollMilliseconds = 10;
+// Full watches put in place between two reads of the events.
+constexpr std::size_t kFoldersPerStep = 16;
+// Sub-folders get their full watch once the feeder has taken every file found, or this long
+// after the scan at the latest (new files may keep the queue from draining).
+constexpr std::chrono::seconds kLongestWatchDelay{2};
 // The first batch of a walk is small, so that the first pictures show at once; later ones
 // are larger, so that the feeder is woken rarely and, in name order, a folder's files
 // arrive as one sorted run.
@@ -149,6 +160,7 @@ void FolderEnumerator::Stop(bool emptyQueue) {
     {
         std::scoped_lock lock(watchesMutex_);
         watches_.clear();
+        upgrades_ = WatchUpgrades{};
     }
     watching_ = false;
     running_ = false;
@@ -161,22 +173,27 @@ void FolderEnumerator::Stop(bool emptyQueue) {
 void FolderEnumerator::Scan() {
     // Below normal priority, so that decoding the visible pictures wins.
     platform::LowerCurrentThreadPriority();
-    Walk(folder_.string(), false);
+    Walk(folder_.string(), false, true);
     scanFinished_.Set();
 }
 
-void FolderEnumerator::AddWatch(const std::filesystem::path& folder) {
+std::uint32_t FolderEnumerator::FullMask() const {
+    return options_.subFolders ? kFileMask | IN_CREATE : kFileMask;
+}
+
+void FolderEnumerator::AddWatch(const std::filesystem::path& folder, bool limited) {
     if (inotify_ < 0) {
         return;
     }
-    std::uint32_t mask = kFileMask;
-    if (options_.subFolders) {
-        mask |= IN_CREATE;
-    }
-    const int wd = inotify_add_watch(inotify_, folder.c_str(), mask);
+    const int wd = inotify_add_watch(inotify_, folder.c_str(), limited ? kNameMask : FullMask());
     if (wd >= 0) {
         std::scoped_lock lock(watchesMutex_);
         watches_[wd] = folder;
+        if (limited) {
+            upgrades_.AddLimited(wd);
+        } else {
+            upgrades_.SetFull(wd);
+        }
     }
 }
 
@@ -203,8 +220,8 @@ void FolderEnumerator::Push(Batch& batch) {
     batch.size = kBatch;
 }
 
-void FolderEnumerator::Walk(const std::string& folder, bool missingOnly) {
-    Batch batch{{}, {}, kFirstBatch};
+void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, bool limitedWatches) {
+    Batch batch{{}, {}, kFirstBatch, limitedWatches};
     Walk(folder, missingOnly, batch);
     Push(batch);
 }
@@ -220,7 +237,7 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
         return;
     }
     if (watching_ && folder != folder_.native()) {
-        AddWatch(folder);
+        AddWatch(folder, batch.limitedWatches);
     }
     // Each file's path is this prefix and its name.
     std::string path = folder;
@@ -277,31 +294,61 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
     // Events are 16 bytes plus the name; this holds a few hundred at once.
     alignas(inotify_event) char buffer[64 * 1024];
     pollfd waitFor{inotify_, POLLIN, 0};
+    std::optional<std::chrono::steady_clock::time_point> scanned;
     while (!stop.stop_requested() && !stop_.load(std::memory_order_relaxed)) {
+        bool waiting = false;
+        {
+            std::scoped_lock lock(watchesMutex_);
+            waiting = upgrades_.Pending();
+        }
+        bool due = false;
+        if (waiting && scanFinished_.IsSet()) {
+            const auto now = std::chrono::steady_clock::now();
+            scanned = scanned.value_or(now);
+            due = queue_.Drained() || now - *scanned >= kLongestWatchDelay;
+        }
         waitFor.revents = 0;
-        const int ready = poll(&waitFor, 1, kPollMilliseconds);
-        if (ready <= 0) {
-            if (ready < 0 && errno != EINTR) {
+        const int ready =
+            poll(&waitFor, 1, due ? 0 : (waiting ? kWaitingPollMilliseconds : kPollMilliseconds));
+        if (ready < 0) {
+            if (errno != EINTR) {
                 break;
             }
-            continue;
+            continue;  // a step needs every queued event read first
         }
-        const ssize_t length = read(inotify_, buffer, sizeof buffer);
+        if (ready > 0 && !ReadEvents(buffer)) {
+            break;
+        }
+        if (due) {
+            CompleteWatches();
+        }
+    }
+    watching_ = false;
+}
+
+bool FolderEnumerator::ReadEvents(std::span<char> buffer) {
+    while (true) {
+        const ssize_t length = read(inotify_, buffer.data(), buffer.size());
         if (length <= 0) {
-            if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
+            if (length < 0 && errno == EINTR) {
                 continue;
             }
-            break;
+            return length < 0 && errno == EAGAIN;
         }
         bool overflow = false;
         for (ssize_t at = 0; at < length;) {
-            const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+            const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
             at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
             if (event->mask & IN_Q_OVERFLOW) {
                 overflow = true;
                 continue;
             }
             if (event->len == 0) {
+                continue;
+            }
+            const char* name = event->name;
+            const bool isFolder = (event->mask & IN_ISDIR) != 0;
+            if (!isFolder && matcher_ && !matcher_->Matches(name)) {
                 continue;
             }
             std::filesystem::path folder;
@@ -312,9 +359,13 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
                     continue;
                 }
                 folder = it->second;
+                if (!isFolder && (event->mask & IN_CREATE)) {
+                    upgrades_.Made(event->wd, name);
+                } else if (!isFolder && (event->mask & kFileMask)) {
+                    upgrades_.Arrived(event->wd, name);
+                }
             }
-            const char* name = event->name;
-            if (event->mask & IN_ISDIR) {
+            if (isFolder) {
                 if (options_.subFolders && (event->mask & (IN_CREATE | IN_MOVED_TO))) {
                     // Files may land in the new folder before its watch does: walk it once.
                     Walk((folder / name).string(), true);
@@ -322,9 +373,6 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
                 continue;
             }
             if (!(event->mask & kFileMask)) {
-                continue;
-            }
-            if (matcher_ && !matcher_->Matches(name)) {
                 continue;
             }
             FileFeedRecord record;
@@ -337,7 +385,46 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
             FeedMissing();
         }
     }
-    watching_ = false;
+}
+
+void FolderEnumerator::CompleteWatches() {
+    std::vector<std::string> unseen;
+    std::vector<std::pair<int, std::filesystem::path>> due;
+    {
+        std::scoped_lock lock(watchesMutex_);
+        for (auto& [watch, name] : upgrades_.EndOfRead()) {
+            const auto it = watches_.find(watch);
+            if (it != watches_.end()) {
+                unseen.push_back((it->second / name).string());
+            }
+        }
+        for (const int watch : upgrades_.TakeLimited(kFoldersPerStep)) {
+            const auto it = watches_.find(watch);
+            if (it != watches_.end()) {
+                due.emplace_back(watch, it->second);
+            }
+        }
+    }
+    // Made before the full watch and maybe closed before it too: fed as the scan would have
+    // fed them. One still being written is fed again when it is closed, as a changed file.
+    for (auto& path : unseen) {
+        struct stat info {};
+        if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+            continue;  // gone again, or no file
+        }
+        FileFeedRecord record;
+        record.path = std::move(path);
+        ReadFileTimes(record);
+        queue_.Push(std::move(record));
+    }
+    for (const auto& [watch, folder] : due) {
+        const int wd = inotify_add_watch(inotify_, folder.c_str(), FullMask());
+        if (wd >= 0 && wd != watch) {
+            // The name leads to another folder now: it is watched under its own number.
+            std::scoped_lock lock(watchesMutex_);
+            watches_[wd] = folder;
+        }
+    }
 }
 
 }  // namespace orvanta::list

@@ -3,6 +3,8 @@
 // parent) on its own thread or the caller's, and a watcher on its own thread that feeds
 // the files that appear later (written and closed, or renamed into the folder) and, with
 // sub-folders, watches new sub-folders too. Network folders are scanned but never watched.
+// The scan watches the sub-folders it meets for new names only; the watcher completes their
+// watches once the files found are all handed over (watch_upgrades.h).
 //
 // Thread rules: SetFolder, Start and Stop are called by the list's owner on one thread;
 // the scan and watch threads only push records and read the immutable settings of the run.
@@ -13,12 +15,14 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include "list/feed_queue.h"
+#include "list/watch_upgrades.h"
 #include "platform/result.h"
 #include "platform/shell/path_match.h"
 #include "platform/sync/manual_reset_event.h"
@@ -74,18 +78,26 @@ public:
 
 private:
     // Walks `folder` depth first, pushing matching files; `missingOnly` pushes only files
-    // isListed() does not know. Adds a watch on every directory entered when watching.
-    void Walk(const std::string& folder, bool missingOnly);
+    // isListed() does not know. Adds a watch on every directory entered when watching, for
+    // new names only when `limitedWatches` (the opening scan).
+    void Walk(const std::string& folder, bool missingOnly, bool limitedWatches = false);
     // The files found and not yet handed over, and how many make a batch.
     struct Batch {
         std::vector<FileFeedRecord> records;
         std::vector<FileFeedRecord> spare;  // room to sort into
         std::size_t size;
+        bool limitedWatches;
     };
     void Walk(const std::string& folder, bool missingOnly, Batch& batch);
     void Scan();
     void WatchLoop(std::stop_token stop);
-    void AddWatch(const std::filesystem::path& folder);
+    // Reads the queued events until none is left; false when the watch broke.
+    bool ReadEvents(std::span<char> buffer);
+    // The watcher's step once the list is complete: full watches for a few more of the
+    // folders the scan watched for names only, and the files made unseen fed.
+    void CompleteWatches();
+    void AddWatch(const std::filesystem::path& folder, bool limited = false);
+    std::uint32_t FullMask() const;
     void Feed(std::string path, Batch& batch);
     void Push(Batch& batch);
 
@@ -98,8 +110,9 @@ private:
     std::atomic<bool> watching_{false};
     platform::ManualResetEvent scanFinished_;
     int inotify_ = -1;
-    std::mutex watchesMutex_;  // guards watches_; a leaf lock
+    std::mutex watchesMutex_;  // guards watches_ and upgrades_; a leaf lock
     std::unordered_map<int, std::filesystem::path> watches_;
+    WatchUpgrades upgrades_;
     std::jthread scanThread_;
     std::jthread watchThread_;
 };

@@ -101,5 +101,28 @@ TEST_F(Enumerator, LostEventsAreMadeUpByFeedingWhatIsMissing) {
               (std::set<std::string>{"b.JPG", "s1/y.jpg", "s1/deep/z.jpg"}));
 }
 
+TEST_F(Enumerator, FileClosedBeforeItsSubFolderIsFullyWatchedStillArrives) {
+    FolderEnumerator enumerator(queue_);
+    ASSERT_TRUE(enumerator.SetFolder(root_, {.subFolders = true, .patterns = "*.jpg"}).Succeeded());
+    // Nothing marks the scanned files done here, so the sub-folders keep the watch for new
+    // names that the scan gave them for a while.
+    ASSERT_TRUE(enumerator.Start(EnumeratorStart::ScanHere).Succeeded());
+    (void)Drain(queue_, root_);
+    test::WriteFile(root_ / "s1/new.jpg", {});
+    test::WriteFile(root_ / "s1/gone.jpg", {});
+    std::filesystem::remove(root_ / "s1/gone.jpg");
+    auto record = queue_.Pop(std::chrono::seconds(20));
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->path, (root_ / "s1/new.jpg").string());
+    // Fully watched by now: a file written later arrives when it is closed.
+    test::WriteFile(root_ / "s1/deep/later.jpg", {});
+    record = queue_.Pop(std::chrono::seconds(20));
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->path, (root_ / "s1/deep/later.jpg").string());
+    // Each once, and nothing for the file that went again.
+    EXPECT_FALSE(queue_.Pop(std::chrono::milliseconds(300)));
+    enumerator.Stop(true);
+}
+
 }  // namespace
 }  // namespace orvanta::list
