@@ -141,8 +141,8 @@ void PictureList::AddRecords(std::vector<FileFeedRecord>& records, const std::st
         }
         return;
     }
-    std::vector<Arrival> files;
-    files.reserve(records.size());
+    std::vector<Arrival>& files = arrivals_;
+    files.clear();
     for (auto& record : records) {
         // Counting frames reads the file: a stop request is seen between files.
         if (stop.stop_requested()) {
@@ -155,8 +155,8 @@ void PictureList::AddRecords(std::vector<FileFeedRecord>& records, const std::st
         }
         files.back().spare = &record.path;
     }
-    std::vector<Notice> notices;
-    notices.reserve(files.size());
+    std::vector<Notice>& notices = feedNotices_;
+    notices.clear();
     {
         std::scoped_lock lock(mutex_);
         Hints hints{std::nullopt, entries_.end()};
