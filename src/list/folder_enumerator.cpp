@@ -45,38 +45,6 @@ bool IsDots(const char* name) {
     return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
 }
 
-// Sorts by base path in logical order, each base path cut from its record once.
-// `spare` is an empty vector to sort into; it keeps the capacity of the one swapped out.
-void SortByBasePath(std::vector<FileFeedRecord>& records, std::vector<FileFeedRecord>& spare) {
-    std::vector<std::pair<std::string_view, std::uint32_t>> keys;
-    keys.reserve(records.size());
-    // Paths of one folder compare as their names do (the folder ends in a slash, which
-    // starts no number): a batch from one folder is sorted on the names alone.
-    const std::string_view first = records.empty() ? std::string_view{} : records[0].path;
-    const std::size_t folder = first.rfind('/') + 1;
-    bool oneFolder = folder > 0;
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        const std::string_view base = BasePathOf(records[i].path);
-        oneFolder = oneFolder && base.size() >= folder && base.rfind('/') + 1 == folder &&
-                    base.substr(0, folder) == first.substr(0, folder);
-        keys.emplace_back(base, static_cast<std::uint32_t>(i));
-    }
-    if (oneFolder) {
-        for (auto& key : keys) {
-            key.first.remove_prefix(folder);
-        }
-    }
-    std::sort(keys.begin(), keys.end(), [](const auto& a, const auto& b) {
-        return shell::CompareLogical(a.first, b.first) < 0;
-    });
-    spare.clear();
-    spare.reserve(records.size());
-    for (const auto& key : keys) {
-        spare.push_back(std::move(records[key.second]));
-    }
-    records.swap(spare);
-}
-
 }  // namespace
 
 Result FolderEnumerator::SetFolder(const std::filesystem::path& folder, EnumeratorOptions options) {
@@ -209,19 +177,59 @@ void FolderEnumerator::Feed(std::string path, Batch& batch) {
     }
 }
 
+// Sorts by base path in logical order: each base path is cut from its record and turned
+// into its sort key once, so that the sort itself compares bytes.
+void FolderEnumerator::SortByBasePath(Batch& batch) {
+    auto& records = batch.records;
+    batch.keyText.clear();
+    batch.keys.clear();
+    // Paths of one folder compare as their names do (the folder ends in a slash, which
+    // starts no number): a batch from one folder is sorted on the names alone.
+    const std::string_view first = records.empty() ? std::string_view{} : records[0].path;
+    const std::size_t folder = first.rfind('/') + 1;
+    bool oneFolder = folder > 0;
+    for (const auto& record : records) {
+        const std::string_view base = BasePathOf(record.path);
+        oneFolder = oneFolder && base.size() >= folder && base.rfind('/') + 1 == folder &&
+                    base.substr(0, folder) == first.substr(0, folder);
+    }
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        std::string_view base = BasePathOf(records[i].path);
+        if (oneFolder) {
+            base.remove_prefix(folder);
+        }
+        const std::size_t at = batch.keyText.size();
+        shell::AppendLogicalKey(base, batch.keyText);
+        batch.keys.push_back({static_cast<std::uint32_t>(at),
+                              static_cast<std::uint32_t>(batch.keyText.size() - at),
+                              static_cast<std::uint32_t>(i)});
+    }
+    const std::string_view text = batch.keyText;
+    std::sort(batch.keys.begin(), batch.keys.end(), [text](const SortKey& a, const SortKey& b) {
+        return text.substr(a.at, a.size) < text.substr(b.at, b.size);
+    });
+    auto& spare = batch.spare;
+    spare.clear();
+    spare.reserve(records.size());
+    for (const auto& key : batch.keys) {
+        spare.push_back(std::move(records[key.record]));
+    }
+    records.swap(spare);
+}
+
 void FolderEnumerator::Push(Batch& batch) {
     if (batch.records.empty()) {
         return;
     }
     if (options_.nameOrder) {
-        SortByBasePath(batch.records, batch.spare);
+        SortByBasePath(batch);
     }
     queue_.Push(batch.records);
     batch.size = kBatch;
 }
 
 void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, bool limitedWatches) {
-    Batch batch{{}, {}, kFirstBatch, limitedWatches};
+    Batch batch{{}, kFirstBatch, limitedWatches, {}, {}, {}};
     Walk(folder, missingOnly, batch);
     Push(batch);
 }

@@ -81,12 +81,21 @@ private:
     // isListed() does not know. Adds a watch on every directory entered when watching, for
     // new names only when `limitedWatches` (the opening scan).
     void Walk(const std::string& folder, bool missingOnly, bool limitedWatches = false);
+    struct SortKey {
+        std::uint32_t at;
+        std::uint32_t size;
+        std::uint32_t record;
+    };
     // The files found and not yet handed over, and how many make a batch.
     struct Batch {
         std::vector<FileFeedRecord> records;
-        std::vector<FileFeedRecord> spare;  // room to sort into
         std::size_t size;
         bool limitedWatches;
+        // Room to sort in, kept from one batch to the next: the records in their new order,
+        // their sort keys one after another, and where each key is.
+        std::vector<FileFeedRecord> spare;
+        std::string keyText;
+        std::vector<SortKey> keys;
     };
     void Walk(const std::string& folder, bool missingOnly, Batch& batch);
     void Scan();
@@ -100,6 +109,7 @@ private:
     std::uint32_t FullMask() const;
     void Feed(std::string path, Batch& batch);
     void Push(Batch& batch);
+    static void SortByBasePath(Batch& batch);
 
     FeedQueue& queue_;
     std::filesystem::path folder_;
