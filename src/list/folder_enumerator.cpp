@@ -141,7 +141,12 @@ void FolderEnumerator::Stop(bool emptyQueue) {
 void FolderEnumerator::Scan() {
     // Below normal priority, so that decoding the visible pictures wins.
     platform::LowerCurrentThreadPriority();
-    Walk(folder_.string(), false, true);
+    Batch& batch = scanBatch_;
+    batch.records.clear();
+    batch.size = kFirstBatch;
+    batch.limitedWatches = true;
+    Walk(folder_.string(), false, batch);
+    Push(batch);
     scanFinished_.Set();
 }
 
@@ -228,8 +233,9 @@ void FolderEnumerator::Push(Batch& batch) {
     batch.size = kBatch;
 }
 
-void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, bool limitedWatches) {
-    Batch batch{{}, kFirstBatch, limitedWatches, {}, {}, {}};
+void FolderEnumerator::Walk(const std::string& folder, bool missingOnly) {
+    Batch batch;
+    batch.size = kFirstBatch;
     Walk(folder, missingOnly, batch);
     Push(batch);
 }

@@ -78,9 +78,9 @@ public:
 
 private:
     // Walks `folder` depth first, pushing matching files; `missingOnly` pushes only files
-    // isListed() does not know. Adds a watch on every directory entered when watching, for
-    // new names only when `limitedWatches` (the opening scan).
-    void Walk(const std::string& folder, bool missingOnly, bool limitedWatches = false);
+    // isListed() does not know. Adds a watch on every directory entered when watching (for
+    // new names only in the opening scan).
+    void Walk(const std::string& folder, bool missingOnly);
     struct SortKey {
         std::uint32_t at;
         std::uint32_t size;
@@ -89,8 +89,8 @@ private:
     // The files found and not yet handed over, and how many make a batch.
     struct Batch {
         std::vector<FileFeedRecord> records;
-        std::size_t size;
-        bool limitedWatches;
+        std::size_t size = 0;
+        bool limitedWatches = false;
         // Room to sort in, kept from one batch to the next: the records in their new order,
         // their sort keys one after another, and where each key is.
         std::vector<FileFeedRecord> spare;
@@ -123,6 +123,8 @@ private:
     std::mutex watchesMutex_;  // guards watches_ and upgrades_; a leaf lock
     std::unordered_map<int, std::filesystem::path> watches_;
     WatchUpgrades upgrades_;
+    // The scan thread's batch, kept from one opening to the next with the room it grew.
+    Batch scanBatch_;
     std::jthread scanThread_;
     std::jthread watchThread_;
 };
