@@ -40,6 +40,8 @@ constexpr std::chrono::seconds kLongestWatchDelay{2};
 // arrive as one sorted run.
 constexpr std::size_t kFirstBatch = 64;
 constexpr std::size_t kBatch = 1024;
+// A folder's entries are read this many bytes at a time, a hundred names or more.
+constexpr std::size_t kDirectoryBuffer = 32 * 1024;
 
 bool IsDots(const char* name) {
     return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
@@ -245,11 +247,19 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
     if (fd < 0) {
         return;  // access denied is skipped silently; other failures end this folder too
     }
-    const std::unique_ptr<DIR, int (*)(DIR*)> dir(fdopendir(fd), closedir);
-    if (!dir) {
-        close(fd);
-        return;
+    struct Closer {
+        int fd;
+        ~Closer() { close(fd); }
+    } closer{fd};
+    // The entries are read straight from the kernel into a buffer of this depth's own (the
+    // parent's is still being read): a directory stream would cost two more system calls
+    // per folder, a good part of what a folder of a hundred files costs.
+    if (batch.buffers.size() <= batch.depth) {
+        batch.buffers.push_back(std::make_unique<std::byte[]>(kDirectoryBuffer));
     }
+    std::byte* const buffer = batch.buffers[batch.depth].get();
+    std::size_t filled = 0;
+    std::size_t at = 0;
     if (watching_ && folder != folder_.native()) {
         AddWatch(folder, batch.limitedWatches);
     }
@@ -260,10 +270,19 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
     }
     const std::size_t prefix = path.size();
     while (!stop_.load(std::memory_order_relaxed)) {
-        const dirent* entry = readdir(dir.get());
-        if (entry == nullptr) {
-            break;
+        if (at == filled) {
+            const ssize_t length = getdents64(fd, buffer, kDirectoryBuffer);
+            if (length <= 0) {
+                break;  // the end, or a folder that went while it was read
+            }
+            filled = static_cast<std::size_t>(length);
+            at = 0;
         }
+        const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
+        if (entry->d_reclen == 0 || entry->d_reclen > filled - at) {
+            break;  // never from the kernel; no endless loop over a bad record either
+        }
+        at += entry->d_reclen;
         if (IsDots(entry->d_name)) {
             continue;
         }
@@ -272,7 +291,7 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
             // Some filesystems give no type; a link counts as what it points to, except
             // that linked folders are not entered (they may loop).
             struct stat info {};
-            if (fstatat(dirfd(dir.get()), entry->d_name, &info, 0) != 0) {
+            if (fstatat(fd, entry->d_name, &info, 0) != 0) {
                 continue;
             }
             if (S_ISDIR(info.st_mode)) {
@@ -287,7 +306,9 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
             if (options_.subFolders) {
                 // What was found before the sub-folder goes first.
                 Push(batch);
+                ++batch.depth;
                 Walk(path, missingOnly, batch);
+                --batch.depth;
             }
             continue;
         }

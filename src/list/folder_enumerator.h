@@ -96,6 +96,9 @@ private:
         std::vector<FileFeedRecord> spare;
         std::string keyText;
         std::vector<SortKey> keys;
+        // A buffer to read directory entries into for each depth of the walk.
+        std::vector<std::unique_ptr<std::byte[]>> buffers;
+        std::size_t depth = 0;
     };
     void Walk(const std::string& folder, bool missingOnly, Batch& batch);
     void Scan();
