@@ -20,11 +20,40 @@ imaging::FileTime FromTimestamp(const struct statx_timestamp& t) {
             t.tv_nsec / 100};
 }
 
+// An emptied queue keeps its array up to this many records; a larger one, left by a big
+// folder the feeder fell behind on, goes back to the heap.
+constexpr std::size_t kKeptRecords = 4096;
+
 }  // namespace
+
+FileFeedRecord FeedQueue::TakeFront() {
+    FileFeedRecord record = std::move(records_[head_++]);
+    if (head_ == records_.size()) {
+        Emptied();
+    }
+    return record;
+}
+
+void FeedQueue::Emptied() {
+    if (records_.capacity() > kKeptRecords) {
+        std::vector<FileFeedRecord>().swap(records_);
+    } else {
+        records_.clear();
+    }
+    head_ = 0;
+}
+
+void FeedQueue::Compact() {
+    if (head_ > 0 && head_ >= Queued()) {
+        records_.erase(records_.begin(), records_.begin() + static_cast<std::ptrdiff_t>(head_));
+        head_ = 0;
+    }
+}
 
 void FeedQueue::Push(FileFeedRecord record) {
     {
         std::scoped_lock lock(mutex_);
+        Compact();
         records_.push_back(std::move(record));
         ++pushed_;
     }
@@ -38,6 +67,7 @@ void FeedQueue::Push(std::vector<FileFeedRecord>& records) {
     const auto count = static_cast<std::ptrdiff_t>(records.size());
     {
         std::scoped_lock lock(mutex_);
+        Compact();
         for (auto& record : records) {
             records_.push_back(std::move(record));
         }
@@ -53,12 +83,10 @@ std::optional<FileFeedRecord> FeedQueue::Pop(std::chrono::milliseconds timeout) 
     }
     std::scoped_lock lock(mutex_);
     // Clear() may have emptied the queue after the count was taken.
-    if (records_.empty()) {
+    if (Queued() == 0) {
         return std::nullopt;
     }
-    FileFeedRecord record = std::move(records_.front());
-    records_.pop_front();
-    return record;
+    return TakeFront();
 }
 
 std::size_t FeedQueue::Pop(std::vector<FileFeedRecord>& out, std::size_t most,
@@ -74,18 +102,17 @@ std::size_t FeedQueue::Pop(std::vector<FileFeedRecord>& out, std::size_t most,
     std::scoped_lock lock(mutex_);
     // Clear() may have emptied the queue after the count was taken; a count left over from
     // cleared records is simply used up here.
-    const std::size_t taken = std::min(counted, records_.size());
+    const std::size_t taken = std::min(counted, Queued());
     for (std::size_t i = 0; i < taken; ++i) {
-        out.push_back(std::move(records_.front()));
-        records_.pop_front();
+        out.push_back(TakeFront());
     }
     return taken;
 }
 
 void FeedQueue::Clear() {
     std::scoped_lock lock(mutex_);
-    done_ += records_.size();
-    records_.clear();
+    done_ += Queued();
+    Emptied();
     if (done_ >= pushed_) {
         drained_.notify_all();
     }
@@ -111,7 +138,7 @@ bool FeedQueue::WaitDrained(std::chrono::steady_clock::time_point deadline) cons
 
 std::size_t FeedQueue::Size() const {
     std::scoped_lock lock(mutex_);
-    return records_.size();
+    return Queued();
 }
 
 bool ReadFileTimes(FileFeedRecord& record) {

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <optional>
 #include <semaphore>
@@ -56,8 +55,20 @@ public:
     bool WaitDrained(std::chrono::steady_clock::time_point deadline) const;
 
 private:
-    mutable std::mutex mutex_;  // guards records_ and the counts; a leaf lock
-    std::deque<FileFeedRecord> records_;
+    // With the lock held.
+    std::size_t Queued() const { return records_.size() - head_; }
+    FileFeedRecord TakeFront();
+    void Emptied();
+    // Drops the records taken from the front once they are as many as the queued ones, so
+    // that a queue never emptied does not grow without end.
+    void Compact();
+
+    mutable std::mutex mutex_;  // guards records_, head_ and the counts; a leaf lock
+    // The records from head_ on are queued. One array rather than a deque: a deque takes
+    // a block from the heap for every few records, and the feeder gives it back on another
+    // thread; the array is reused once emptied.
+    std::vector<FileFeedRecord> records_;
+    std::size_t head_ = 0;
     std::uint64_t pushed_ = 0;
     std::uint64_t done_ = 0;
     mutable std::condition_variable drained_;  // signalled when done_ reaches pushed_

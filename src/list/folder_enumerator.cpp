@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <dirent.h>
@@ -22,48 +23,28 @@ namespace orvanta::list {
 namespace {
 
 constexpr std::uint32_t kFileMask = IN_CLOSE_WRITE | IN_MOVED_TO;
-// The watcher wakes this often to see the stop flag.
+// What the scan watches its sub-folders for at first: names only, which needs no pass over
+// the folder's entries in the kernel (watch_upgrades.h).
+constexpr std::uint32_t kNameMask = IN_CREATE | IN_MOVED_TO;
+// The watcher wakes this often to see the stop flag, and more often while sub-folders wait
+// for their full watch, to see the list complete.
 constexpr int kPollMilliseconds = 100;
+constexpr int kWaitingPollMilliseconds = 10;
+// Full watches put in place between two reads of the events.
+constexpr std::size_t kFoldersPerStep = 16;
+// Sub-folders get their full watch once the feeder has taken every file found, or this long
+// after the scan at the latest (new files may keep the queue from draining).
+constexpr std::chrono::seconds kLongestWatchDelay{2};
 // The first batch of a walk is small, so that the first pictures show at once; later ones
 // are larger, so that the feeder is woken rarely and, in name order, a folder's files
 // arrive as one sorted run.
 constexpr std::size_t kFirstBatch = 64;
 constexpr std::size_t kBatch = 1024;
+// A folder's entries are read this many bytes at a time, a hundred names or more.
+constexpr std::size_t kDirectoryBuffer = 32 * 1024;
 
 bool IsDots(const char* name) {
     return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
-}
-
-// Sorts by base path in logical order, each base path cut from its record once.
-// `spare` is an empty vector to sort into; it keeps the capacity of the one swapped out.
-void SortByBasePath(std::vector<FileFeedRecord>& records, std::vector<FileFeedRecord>& spare) {
-    std::vector<std::pair<std::string_view, std::uint32_t>> keys;
-    keys.reserve(records.size());
-    // Paths of one folder compare as their names do (the folder ends in a slash, which
-    // starts no number): a batch from one folder is sorted on the names alone.
-    const std::string_view first = records.empty() ? std::string_view{} : records[0].path;
-    const std::size_t folder = first.rfind('/') + 1;
-    bool oneFolder = folder > 0;
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        const std::string_view base = BasePathOf(records[i].path);
-        oneFolder = oneFolder && base.size() >= folder && base.rfind('/') + 1 == folder &&
-                    base.substr(0, folder) == first.substr(0, folder);
-        keys.emplace_back(base, static_cast<std::uint32_t>(i));
-    }
-    if (oneFolder) {
-        for (auto& key : keys) {
-            key.first.remove_prefix(folder);
-        }
-    }
-    std::sort(keys.begin(), keys.end(), [](const auto& a, const auto& b) {
-        return shell::CompareLogical(a.first, b.first) < 0;
-    });
-    spare.clear();
-    spare.reserve(records.size());
-    for (const auto& key : keys) {
-        spare.push_back(std::move(records[key.second]));
-    }
-    records.swap(spare);
 }
 
 }  // namespace
@@ -149,6 +130,7 @@ void FolderEnumerator::Stop(bool emptyQueue) {
     {
         std::scoped_lock lock(watchesMutex_);
         watches_.clear();
+        upgrades_ = WatchUpgrades{};
     }
     watching_ = false;
     running_ = false;
@@ -161,22 +143,32 @@ void FolderEnumerator::Stop(bool emptyQueue) {
 void FolderEnumerator::Scan() {
     // Below normal priority, so that decoding the visible pictures wins.
     platform::LowerCurrentThreadPriority();
-    Walk(folder_.string(), false);
+    Batch& batch = scanBatch_;
+    batch.records.clear();
+    batch.size = kFirstBatch;
+    batch.limitedWatches = true;
+    Walk(folder_.string(), false, batch);
+    Push(batch);
     scanFinished_.Set();
 }
 
-void FolderEnumerator::AddWatch(const std::filesystem::path& folder) {
+std::uint32_t FolderEnumerator::FullMask() const {
+    return options_.subFolders ? kFileMask | IN_CREATE : kFileMask;
+}
+
+void FolderEnumerator::AddWatch(const std::filesystem::path& folder, bool limited) {
     if (inotify_ < 0) {
         return;
     }
-    std::uint32_t mask = kFileMask;
-    if (options_.subFolders) {
-        mask |= IN_CREATE;
-    }
-    const int wd = inotify_add_watch(inotify_, folder.c_str(), mask);
+    const int wd = inotify_add_watch(inotify_, folder.c_str(), limited ? kNameMask : FullMask());
     if (wd >= 0) {
         std::scoped_lock lock(watchesMutex_);
         watches_[wd] = folder;
+        if (limited) {
+            upgrades_.AddLimited(wd);
+        } else {
+            upgrades_.SetFull(wd);
+        }
     }
 }
 
@@ -192,19 +184,60 @@ void FolderEnumerator::Feed(std::string path, Batch& batch) {
     }
 }
 
+// Sorts by base path in logical order: each base path is cut from its record and turned
+// into its sort key once, so that the sort itself compares bytes.
+void FolderEnumerator::SortByBasePath(Batch& batch) {
+    auto& records = batch.records;
+    batch.keyText.clear();
+    batch.keys.clear();
+    // Paths of one folder compare as their names do (the folder ends in a slash, which
+    // starts no number): a batch from one folder is sorted on the names alone.
+    const std::string_view first = records.empty() ? std::string_view{} : records[0].path;
+    const std::size_t folder = first.rfind('/') + 1;
+    bool oneFolder = folder > 0;
+    for (const auto& record : records) {
+        const std::string_view base = BasePathOf(record.path);
+        oneFolder = oneFolder && base.size() >= folder && base.rfind('/') + 1 == folder &&
+                    base.substr(0, folder) == first.substr(0, folder);
+    }
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        std::string_view base = BasePathOf(records[i].path);
+        if (oneFolder) {
+            base.remove_prefix(folder);
+        }
+        const std::size_t at = batch.keyText.size();
+        shell::AppendLogicalKey(base, batch.keyText);
+        batch.keys.push_back({static_cast<std::uint32_t>(at),
+                              static_cast<std::uint32_t>(batch.keyText.size() - at),
+                              static_cast<std::uint32_t>(i)});
+    }
+    const std::string_view text = batch.keyText;
+    std::sort(batch.keys.begin(), batch.keys.end(), [text](const SortKey& a, const SortKey& b) {
+        return text.substr(a.at, a.size) < text.substr(b.at, b.size);
+    });
+    auto& spare = batch.spare;
+    spare.clear();
+    spare.reserve(records.size());
+    for (const auto& key : batch.keys) {
+        spare.push_back(std::move(records[key.record]));
+    }
+    records.swap(spare);
+}
+
 void FolderEnumerator::Push(Batch& batch) {
     if (batch.records.empty()) {
         return;
     }
     if (options_.nameOrder) {
-        SortByBasePath(batch.records, batch.spare);
+        SortByBasePath(batch);
     }
     queue_.Push(batch.records);
     batch.size = kBatch;
 }
 
 void FolderEnumerator::Walk(const std::string& folder, bool missingOnly) {
-    Batch batch{{}, {}, kFirstBatch};
+    Batch batch;
+    batch.size = kFirstBatch;
     Walk(folder, missingOnly, batch);
     Push(batch);
 }
@@ -214,13 +247,21 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
     if (fd < 0) {
         return;  // access denied is skipped silently; other failures end this folder too
     }
-    const std::unique_ptr<DIR, int (*)(DIR*)> dir(fdopendir(fd), closedir);
-    if (!dir) {
-        close(fd);
-        return;
+    struct Closer {
+        int fd;
+        ~Closer() { close(fd); }
+    } closer{fd};
+    // The entries are read straight from the kernel into a buffer of this depth's own (the
+    // parent's is still being read): a directory stream would cost two more system calls
+    // per folder, a good part of what a folder of a hundred files costs.
+    if (batch.buffers.size() <= batch.depth) {
+        batch.buffers.push_back(std::make_unique<std::byte[]>(kDirectoryBuffer));
     }
+    std::byte* const buffer = batch.buffers[batch.depth].get();
+    std::size_t filled = 0;
+    std::size_t at = 0;
     if (watching_ && folder != folder_.native()) {
-        AddWatch(folder);
+        AddWatch(folder, batch.limitedWatches);
     }
     // Each file's path is this prefix and its name.
     std::string path = folder;
@@ -229,10 +270,19 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
     }
     const std::size_t prefix = path.size();
     while (!stop_.load(std::memory_order_relaxed)) {
-        const dirent* entry = readdir(dir.get());
-        if (entry == nullptr) {
-            break;
+        if (at == filled) {
+            const ssize_t length = getdents64(fd, buffer, kDirectoryBuffer);
+            if (length <= 0) {
+                break;  // the end, or a folder that went while it was read
+            }
+            filled = static_cast<std::size_t>(length);
+            at = 0;
         }
+        const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
+        if (entry->d_reclen == 0 || entry->d_reclen > filled - at) {
+            break;  // never from the kernel; no endless loop over a bad record either
+        }
+        at += entry->d_reclen;
         if (IsDots(entry->d_name)) {
             continue;
         }
@@ -241,7 +291,7 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
             // Some filesystems give no type; a link counts as what it points to, except
             // that linked folders are not entered (they may loop).
             struct stat info {};
-            if (fstatat(dirfd(dir.get()), entry->d_name, &info, 0) != 0) {
+            if (fstatat(fd, entry->d_name, &info, 0) != 0) {
                 continue;
             }
             if (S_ISDIR(info.st_mode)) {
@@ -256,7 +306,9 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
             if (options_.subFolders) {
                 // What was found before the sub-folder goes first.
                 Push(batch);
+                ++batch.depth;
                 Walk(path, missingOnly, batch);
+                --batch.depth;
             }
             continue;
         }
@@ -277,31 +329,61 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
     // Events are 16 bytes plus the name; this holds a few hundred at once.
     alignas(inotify_event) char buffer[64 * 1024];
     pollfd waitFor{inotify_, POLLIN, 0};
+    std::optional<std::chrono::steady_clock::time_point> scanned;
     while (!stop.stop_requested() && !stop_.load(std::memory_order_relaxed)) {
+        bool waiting = false;
+        {
+            std::scoped_lock lock(watchesMutex_);
+            waiting = upgrades_.Pending();
+        }
+        bool due = false;
+        if (waiting && scanFinished_.IsSet()) {
+            const auto now = std::chrono::steady_clock::now();
+            scanned = scanned.value_or(now);
+            due = queue_.Drained() || now - *scanned >= kLongestWatchDelay;
+        }
         waitFor.revents = 0;
-        const int ready = poll(&waitFor, 1, kPollMilliseconds);
-        if (ready <= 0) {
-            if (ready < 0 && errno != EINTR) {
+        const int ready =
+            poll(&waitFor, 1, due ? 0 : (waiting ? kWaitingPollMilliseconds : kPollMilliseconds));
+        if (ready < 0) {
+            if (errno != EINTR) {
                 break;
             }
-            continue;
+            continue;  // a step needs every queued event read first
         }
-        const ssize_t length = read(inotify_, buffer, sizeof buffer);
+        if (ready > 0 && !ReadEvents(buffer)) {
+            break;
+        }
+        if (due) {
+            CompleteWatches();
+        }
+    }
+    watching_ = false;
+}
+
+bool FolderEnumerator::ReadEvents(std::span<char> buffer) {
+    while (true) {
+        const ssize_t length = read(inotify_, buffer.data(), buffer.size());
         if (length <= 0) {
-            if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
+            if (length < 0 && errno == EINTR) {
                 continue;
             }
-            break;
+            return length < 0 && errno == EAGAIN;
         }
         bool overflow = false;
         for (ssize_t at = 0; at < length;) {
-            const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+            const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
             at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
             if (event->mask & IN_Q_OVERFLOW) {
                 overflow = true;
                 continue;
             }
             if (event->len == 0) {
+                continue;
+            }
+            const char* name = event->name;
+            const bool isFolder = (event->mask & IN_ISDIR) != 0;
+            if (!isFolder && matcher_ && !matcher_->Matches(name)) {
                 continue;
             }
             std::filesystem::path folder;
@@ -312,9 +394,13 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
                     continue;
                 }
                 folder = it->second;
+                if (!isFolder && (event->mask & IN_CREATE)) {
+                    upgrades_.Made(event->wd, name);
+                } else if (!isFolder && (event->mask & kFileMask)) {
+                    upgrades_.Arrived(event->wd, name);
+                }
             }
-            const char* name = event->name;
-            if (event->mask & IN_ISDIR) {
+            if (isFolder) {
                 if (options_.subFolders && (event->mask & (IN_CREATE | IN_MOVED_TO))) {
                     // Files may land in the new folder before its watch does: walk it once.
                     Walk((folder / name).string(), true);
@@ -322,9 +408,6 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
                 continue;
             }
             if (!(event->mask & kFileMask)) {
-                continue;
-            }
-            if (matcher_ && !matcher_->Matches(name)) {
                 continue;
             }
             FileFeedRecord record;
@@ -337,7 +420,46 @@ void FolderEnumerator::WatchLoop(std::stop_token stop) {
             FeedMissing();
         }
     }
-    watching_ = false;
+}
+
+void FolderEnumerator::CompleteWatches() {
+    std::vector<std::string> unseen;
+    std::vector<std::pair<int, std::filesystem::path>> due;
+    {
+        std::scoped_lock lock(watchesMutex_);
+        for (auto& [watch, name] : upgrades_.EndOfRead()) {
+            const auto it = watches_.find(watch);
+            if (it != watches_.end()) {
+                unseen.push_back((it->second / name).string());
+            }
+        }
+        for (const int watch : upgrades_.TakeLimited(kFoldersPerStep)) {
+            const auto it = watches_.find(watch);
+            if (it != watches_.end()) {
+                due.emplace_back(watch, it->second);
+            }
+        }
+    }
+    // Made before the full watch and maybe closed before it too: fed as the scan would have
+    // fed them. One still being written is fed again when it is closed, as a changed file.
+    for (auto& path : unseen) {
+        struct stat info {};
+        if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+            continue;  // gone again, or no file
+        }
+        FileFeedRecord record;
+        record.path = std::move(path);
+        ReadFileTimes(record);
+        queue_.Push(std::move(record));
+    }
+    for (const auto& [watch, folder] : due) {
+        const int wd = inotify_add_watch(inotify_, folder.c_str(), FullMask());
+        if (wd >= 0 && wd != watch) {
+            // The name leads to another folder now: it is watched under its own number.
+            std::scoped_lock lock(watchesMutex_);
+            watches_[wd] = folder;
+        }
+    }
 }
 
 }  // namespace orvanta::list

@@ -3,6 +3,8 @@
 // parent) on its own thread or the caller's, and a watcher on its own thread that feeds
 // the files that appear later (written and closed, or renamed into the folder) and, with
 // sub-folders, watches new sub-folders too. Network folders are scanned but never watched.
+// The scan watches the sub-folders it meets for new names only; the watcher completes their
+// watches once the files found are all handed over (watch_upgrades.h).
 //
 // Thread rules: SetFolder, Start and Stop are called by the list's owner on one thread;
 // the scan and watch threads only push records and read the immutable settings of the run.
@@ -13,12 +15,14 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include "list/feed_queue.h"
+#include "list/watch_upgrades.h"
 #include "platform/result.h"
 #include "platform/shell/path_match.h"
 #include "platform/sync/manual_reset_event.h"
@@ -74,20 +78,41 @@ public:
 
 private:
     // Walks `folder` depth first, pushing matching files; `missingOnly` pushes only files
-    // isListed() does not know. Adds a watch on every directory entered when watching.
+    // isListed() does not know. Adds a watch on every directory entered when watching (for
+    // new names only in the opening scan).
     void Walk(const std::string& folder, bool missingOnly);
+    struct SortKey {
+        std::uint32_t at;
+        std::uint32_t size;
+        std::uint32_t record;
+    };
     // The files found and not yet handed over, and how many make a batch.
     struct Batch {
         std::vector<FileFeedRecord> records;
-        std::vector<FileFeedRecord> spare;  // room to sort into
-        std::size_t size;
+        std::size_t size = 0;
+        bool limitedWatches = false;
+        // Room to sort in, kept from one batch to the next: the records in their new order,
+        // their sort keys one after another, and where each key is.
+        std::vector<FileFeedRecord> spare;
+        std::string keyText;
+        std::vector<SortKey> keys;
+        // A buffer to read directory entries into for each depth of the walk.
+        std::vector<std::unique_ptr<std::byte[]>> buffers;
+        std::size_t depth = 0;
     };
     void Walk(const std::string& folder, bool missingOnly, Batch& batch);
     void Scan();
     void WatchLoop(std::stop_token stop);
-    void AddWatch(const std::filesystem::path& folder);
+    // Reads the queued events until none is left; false when the watch broke.
+    bool ReadEvents(std::span<char> buffer);
+    // The watcher's step once the list is complete: full watches for a few more of the
+    // folders the scan watched for names only, and the files made unseen fed.
+    void CompleteWatches();
+    void AddWatch(const std::filesystem::path& folder, bool limited = false);
+    std::uint32_t FullMask() const;
     void Feed(std::string path, Batch& batch);
     void Push(Batch& batch);
+    static void SortByBasePath(Batch& batch);
 
     FeedQueue& queue_;
     std::filesystem::path folder_;
@@ -98,8 +123,11 @@ private:
     std::atomic<bool> watching_{false};
     platform::ManualResetEvent scanFinished_;
     int inotify_ = -1;
-    std::mutex watchesMutex_;  // guards watches_; a leaf lock
+    std::mutex watchesMutex_;  // guards watches_ and upgrades_; a leaf lock
     std::unordered_map<int, std::filesystem::path> watches_;
+    WatchUpgrades upgrades_;
+    // The scan thread's batch, kept from one opening to the next with the room it grew.
+    Batch scanBatch_;
     std::jthread scanThread_;
     std::jthread watchThread_;
 };

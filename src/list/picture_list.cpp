@@ -41,6 +41,10 @@ PictureList::~PictureList() {
 struct PictureList::Arrival {
     std::string_view path;
     std::string_view base;
+    // The string `path` views, when the caller gives it up: its buffer becomes the key of
+    // the file's first name node, which saves copying the path and freeing it on this
+    // thread after the scan thread allocated it.
+    std::string* spare = nullptr;
     std::string extension;  // lower case, without the dot
     std::uint32_t frames = 1;
     std::uint64_t sortTime = 0;
@@ -53,7 +57,7 @@ struct PictureList::Notice {
     Kind kind = Kind::Grew;
     std::uint32_t count = 0;
     std::uint32_t delay = 0;
-    std::string_view base;          // of a new shot
+    std::string base;               // of a new shot
     PictureEntry* entry = nullptr;  // that changed
 };
 
@@ -137,9 +141,9 @@ void PictureList::AddRecords(std::vector<FileFeedRecord>& records, const std::st
         }
         return;
     }
-    std::vector<Arrival> files;
-    files.reserve(records.size());
-    for (const auto& record : records) {
+    std::vector<Arrival>& files = arrivals_;
+    files.clear();
+    for (auto& record : records) {
         // Counting frames reads the file: a stop request is seen between files.
         if (stop.stop_requested()) {
             return;
@@ -147,10 +151,12 @@ void PictureList::AddRecords(std::vector<FileFeedRecord>& records, const std::st
         files.emplace_back();
         if (!Prepare(record.path, false, files.back())) {
             files.pop_back();
+            continue;
         }
+        files.back().spare = &record.path;
     }
-    std::vector<Notice> notices;
-    notices.reserve(files.size());
+    std::vector<Notice>& notices = feedNotices_;
+    notices.clear();
     {
         std::scoped_lock lock(mutex_);
         Hints hints{std::nullopt, entries_.end()};
@@ -205,11 +211,24 @@ bool PictureList::Place(const Arrival& file, Hints& hints, std::vector<Notice>& 
     }
     const bool wasEmpty = entries_.empty();
     const EntryOrder order = entries_.key_comp();
+    // The base path from here on: once the path's string has become a node's key, the view
+    // into it is read from the node (a short path's characters do not move with it).
+    std::string_view base = file.base;
+    // The key of a node dropped again, kept while `base` may view it.
+    std::string dropped;
     for (std::uint32_t frame = 0; frame < file.frames; ++frame) {
         auto entry = std::make_unique<PictureEntry>();
         PictureEntry* raw = entry.get();
+        std::string key;
+        if (file.spare != nullptr && frame == 0) {
+            key = std::move(*file.spare);
+            key.resize(base.size());
+        } else {
+            key = base;
+        }
         // New nodes of one base path go after the ones already there.
-        raw->nameLink = names_.emplace_hint(last, std::string(file.base), raw);
+        raw->nameLink = names_.emplace_hint(last, std::move(key), raw);
+        base = raw->nameLink->first;
         raw->sortTime = file.sortTime;
         raw->frameIndex = static_cast<std::uint16_t>(file.frames > 1 ? frame : 0);
         raw->frameCount = static_cast<std::uint16_t>(file.frames);
@@ -219,7 +238,8 @@ bool PictureList::Place(const Arrival& file, Hints& hints, std::vector<Notice>& 
         const std::size_t before = entries_.size();
         const auto it = entries_.insert(hints.entry, std::move(entry));
         if (entries_.size() == before) {
-            names_.erase(raw->nameLink);
+            dropped = std::move(names_.extract(raw->nameLink).key());
+            base = dropped;
             continue;
         }
         hints.entry = std::next(it);
@@ -232,7 +252,7 @@ bool PictureList::Place(const Arrival& file, Hints& hints, std::vector<Notice>& 
         bookmarks_->Attach(*raw);
     }
     bool moved = wasEmpty;
-    if (!pendingTarget_.empty() && shell::CompareNoCase(pendingTarget_, file.base) == 0) {
+    if (!pendingTarget_.empty() && shell::CompareNoCase(pendingTarget_, base) == 0) {
         moved = TakePendingTarget() || moved;
     }
     if (moved) {
@@ -240,7 +260,7 @@ bool PictureList::Place(const Arrival& file, Hints& hints, std::vector<Notice>& 
     }
     const auto count = static_cast<std::uint32_t>(entries_.size());
     if (CaptureModeActive()) {
-        notices.push_back({Notice::Kind::Shot, count, 0, file.base, nullptr});
+        notices.push_back({Notice::Kind::Shot, count, 0, std::string(base), nullptr});
     } else {
         const bool slowFirst = count == 1 && !IsQuickFormat(file.extension);
         notices.push_back({Notice::Kind::Grew,
@@ -259,7 +279,7 @@ void PictureList::Tell(const std::vector<Notice>& notices) const {
                 services_.notices->ListGrew464(notice.count, notice.delay);
                 break;
             case Notice::Kind::Shot:
-                services_.notices->NewShot46B(notice.count, std::string(notice.base));
+                services_.notices->NewShot46B(notice.count, notice.base);
                 break;
             case Notice::Kind::Changed:
                 services_.notices->EntryChanged483(*notice.entry);

@@ -199,6 +199,10 @@ private:
     FeedQueue queue_;
     FolderEnumerator enumerator_{queue_};
     std::jthread feeder_;
+    // The feeder thread's room for a batch, kept from one batch and one opening to the next.
+    std::vector<FileFeedRecord> feedRecords_;
+    std::vector<Arrival> arrivals_;
+    std::vector<Notice> feedNotices_;
     std::jthread firstOpeningWait_;
 };
 

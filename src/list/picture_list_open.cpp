@@ -149,7 +149,7 @@ void PictureList::FeedLoop(std::stop_token stop) {
     // In a time order each file is read before it is placed: one at a time, so that a stop
     // request is seen between files.
     const std::size_t most = sortMode_ == 0 ? kFeedBatch : 1;
-    std::vector<FileFeedRecord> records;
+    std::vector<FileFeedRecord>& records = feedRecords_;
     while (!stop.stop_requested()) {
         records.clear();
         const std::size_t taken = queue_.Pop(records, most, kFeedWait);

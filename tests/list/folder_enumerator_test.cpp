@@ -58,6 +58,41 @@ TEST_F(Enumerator, WalksDepthFirstAndFilters) {
     EXPECT_TRUE(std::all_of(first, first + 3, [](const auto& n) { return n.starts_with("s1/"); }));
 }
 
+TEST_F(Enumerator, FolderOfManyReadsWithSubFoldersInBetween) {
+    // More names than one read of the folder takes, and sub-folders met between reads: each
+    // file is found once, whatever the depth it is read at.
+    std::set<std::string> expected;
+    const std::string padding(40, 'x');
+    std::filesystem::create_directories(root_ / "many");
+    for (int i = 0; i < 3000; ++i) {
+        const std::string name = "many/" + padding + std::to_string(i) + ".jpg";
+        test::WriteFile(root_ / name, {});
+        expected.insert(name);
+    }
+    // Sub-folders large enough to fill much of a read themselves.
+    for (const char* folder : {"many/sub1", "many/sub2", "many/sub2/deeper"}) {
+        std::filesystem::create_directories(root_ / folder);
+        for (int i = 0; i < 300; ++i) {
+            const std::string name =
+                std::string(folder) + "/" + padding + std::to_string(i) + ".jpg";
+            test::WriteFile(root_ / name, {});
+            expected.insert(name);
+        }
+    }
+    FolderEnumerator enumerator(queue_);
+    ASSERT_TRUE(enumerator
+                    .SetFolder(root_ / "many",
+                               {.subFolders = true, .noWatching = true, .patterns = "*.jpg"})
+                    .Succeeded());
+    ASSERT_TRUE(enumerator.Start(EnumeratorStart::ScanHere).Succeeded());
+    std::vector<std::string> found;
+    for (const auto& name : Drain(queue_, root_)) {
+        found.push_back(name);
+    }
+    EXPECT_EQ(found.size(), expected.size());
+    EXPECT_EQ(std::set<std::string>(found.begin(), found.end()), expected);
+}
+
 TEST_F(Enumerator, ReadsTimesOnlyWhenAsked) {
     for (bool readTimes : {false, true}) {
         FolderEnumerator enumerator(queue_);
@@ -99,6 +134,29 @@ TEST_F(Enumerator, LostEventsAreMadeUpByFeedingWhatIsMissing) {
     const auto names = Drain(queue_, root_);
     EXPECT_EQ(std::set<std::string>(names.begin(), names.end()),
               (std::set<std::string>{"b.JPG", "s1/y.jpg", "s1/deep/z.jpg"}));
+}
+
+TEST_F(Enumerator, FileClosedBeforeItsSubFolderIsFullyWatchedStillArrives) {
+    FolderEnumerator enumerator(queue_);
+    ASSERT_TRUE(enumerator.SetFolder(root_, {.subFolders = true, .patterns = "*.jpg"}).Succeeded());
+    // Nothing marks the scanned files done here, so the sub-folders keep the watch for new
+    // names that the scan gave them for a while.
+    ASSERT_TRUE(enumerator.Start(EnumeratorStart::ScanHere).Succeeded());
+    (void)Drain(queue_, root_);
+    test::WriteFile(root_ / "s1/new.jpg", {});
+    test::WriteFile(root_ / "s1/gone.jpg", {});
+    std::filesystem::remove(root_ / "s1/gone.jpg");
+    auto record = queue_.Pop(std::chrono::seconds(20));
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->path, (root_ / "s1/new.jpg").string());
+    // Fully watched by now: a file written later arrives when it is closed.
+    test::WriteFile(root_ / "s1/deep/later.jpg", {});
+    record = queue_.Pop(std::chrono::seconds(20));
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->path, (root_ / "s1/deep/later.jpg").string());
+    // Each once, and nothing for the file that went again.
+    EXPECT_FALSE(queue_.Pop(std::chrono::milliseconds(300)));
+    enumerator.Stop(true);
 }
 
 }  // namespace

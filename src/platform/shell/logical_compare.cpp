@@ -152,6 +152,61 @@ int CompareLogical(std::string_view a, std::string_view b) {
     return zeroTie;
 }
 
+void AppendLogicalKey(std::string_view text, std::string& key) {
+    // Each piece starts with its kind, which orders pieces of different kinds as
+    // CompareLogical does: punctuation, then numbers, then letters; the end of the text, 0,
+    // comes before all of them (a prefix comes first). A piece's kind fixes its length.
+    constexpr char kEnd = 0;
+    constexpr char kSymbol = 1;
+    constexpr char kNumber = 2;
+    constexpr char kLetter = 3;
+    const auto appendBigEndian = [](std::string& to, std::uint32_t value, int bytes) {
+        for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
+            to.push_back(static_cast<char>((value >> shift) & 0xFF));
+        }
+    };
+    // Leading zeros only break ties, after everything else: their counts go after the end.
+    std::string zeros;
+    std::size_t i = 0;
+    while (i < text.size()) {
+        if (IsDigit(text[i])) {
+            std::size_t start = i;
+            while (start < text.size() && text[start] == '0') {
+                ++start;
+            }
+            std::size_t end = start;
+            while (end < text.size() && IsDigit(text[end])) {
+                ++end;
+            }
+            // A longer number without its leading zeros is the larger one; numbers of one
+            // length compare digit by digit.
+            key.push_back(kNumber);
+            appendBigEndian(key, static_cast<std::uint32_t>(end - start), 4);
+            key.append(text.substr(start, end - start));
+            appendBigEndian(zeros, static_cast<std::uint32_t>(start - i), 4);
+            i = end;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(text[i]);
+        char32_t folded = 0;
+        if (byte < 0x80) {
+            folded = UpperAscii(byte);
+            ++i;
+        } else {
+            folded = text::FoldCase(text::NextCodePoint(text, i));
+        }
+        if (folded < 0x80 && IsSymbol(static_cast<char>(folded))) {
+            key.push_back(kSymbol);
+            key.push_back(static_cast<char>(folded));
+        } else {
+            key.push_back(kLetter);
+            appendBigEndian(key, static_cast<std::uint32_t>(folded), 3);
+        }
+    }
+    key.push_back(kEnd);
+    key += zeros;
+}
+
 int CompareLogicalTotal(std::string_view a, std::string_view b) {
     const int logical = CompareLogical(a, b);
     if (logical != 0) {

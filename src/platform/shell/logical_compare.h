@@ -14,6 +14,11 @@ namespace orvanta::shell {
 // shorter one first.
 int CompareLogical(std::string_view a, std::string_view b);
 
+// Appends a sort key of `text` to `key`: keys compared byte by byte (as std::string_view
+// compares them) order texts as CompareLogical does, and are equal exactly when it finds the
+// texts equal. For sorting many names: each is read once, and every comparison is a memcmp.
+void AppendLogicalKey(std::string_view text, std::string& key);
+
 // CompareLogical, then byte order to tell apart texts that differ only in case: a total
 // order (zero only for identical texts).
 int CompareLogicalTotal(std::string_view a, std::string_view b);
