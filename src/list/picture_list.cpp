@@ -25,18 +25,6 @@ bool SameFile(const PictureEntry& a, const PictureEntry& b) {
 
 }  // namespace
 
-PictureList::PictureList(ListServices services)
-    : services_(std::move(services)),
-      cache_(services_.cache ? services_.cache : &defaultCache_),
-      bookmarks_(services_.bookmarks ? services_.bookmarks : &defaultBookmarks_),
-      current_(entries_.end()),
-      window_(*this) {
-}
-
-PictureList::~PictureList() {
-    StopThreads();
-}
-
 // A file on its way into the list: what is known of it before the list lock is taken.
 struct PictureList::Arrival {
     std::string_view path;
@@ -60,6 +48,18 @@ struct PictureList::Notice {
     std::string base;               // of a new shot
     PictureEntry* entry = nullptr;  // that changed
 };
+
+PictureList::PictureList(ListServices services)
+    : services_(std::move(services)),
+      cache_(services_.cache ? services_.cache : &defaultCache_),
+      bookmarks_(services_.bookmarks ? services_.bookmarks : &defaultBookmarks_),
+      current_(entries_.end()),
+      window_(*this) {
+}
+
+PictureList::~PictureList() {
+    StopThreads();
+}
 
 bool PictureList::AddFile(const std::filesystem::path& path,
                           std::optional<imaging::FileTime> fileTime, bool userAction) {
