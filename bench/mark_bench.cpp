@@ -19,16 +19,6 @@ namespace {
 
 using namespace orvanta;
 
-class QuietNotices final : public list::ListNotices {
-public:
-    void ListGrew464(std::uint32_t, std::uint32_t) override {}
-    void StatusText46A(int) override {}
-    void NewShot46B(std::uint32_t, std::string) override {}
-    void EntryRemoved479(const list::PictureEntry&) override {}
-    void EntryChanged483(const list::PictureEntry&) override {}
-    void Beep(list::BeepKind) override {}
-};
-
 class CountedMessages final : public marks::MarkWriterNotices {
 public:
     void LeaveFullScreen46F() override {}
@@ -78,7 +68,7 @@ int main() {
     }
     settings::EnableRating.Set(1);
     settings::EmbedMetadata.Set(1);
-    QuietNotices listNotices;
+    list::QuietListNotices listNotices;
     list::PictureList pictures(list::ListServices{&listNotices, nullptr, nullptr, nullptr});
     pictures.OpenFolder(folder, {}, "*.jpg");
     pictures.WaitUntilScanned(std::chrono::seconds(20));

@@ -45,16 +45,6 @@ struct Options {
     bool json = false;
 };
 
-class QuietListNotices final : public list::ListNotices {
-public:
-    void ListGrew464(std::uint32_t, std::uint32_t) override {}
-    void StatusText46A(int) override {}
-    void NewShot46B(std::uint32_t, std::string) override {}
-    void EntryRemoved479(const list::PictureEntry&) override {}
-    void EntryChanged483(const list::PictureEntry&) override {}
-    void Beep(list::BeepKind) override {}
-};
-
 class CountingDecodeNotices final : public decode::DecodeNotices {
 public:
     void Waiting467(const list::PictureEntry&) override {}
@@ -173,7 +163,7 @@ int Run(std::span<const std::string> args) {
         return Failure("no picture to decode in " + options.folder);
     }
 
-    QuietListNotices listNotices;
+    list::QuietListNotices listNotices;
     CountingDecodeNotices decodeNotices;
     decode::PipelineDecoder decoder(imaging::PixelFormat::Pbgra32, false);
     decode::CacheServices services;

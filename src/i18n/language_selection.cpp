@@ -65,7 +65,7 @@ std::optional<fs::path> ResolveFile(const fs::path& folder, const std::string& n
         std::error_code typeEc;
         if (it->is_regular_file(typeEc)) {
             std::string candidate = it->path().filename().string();
-            if (shell::MatchSpec(candidate, name)) {
+            if (shell::MatchPatterns(candidate, name)) {
                 names.push_back(std::move(candidate));
             }
         }

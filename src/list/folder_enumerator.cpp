@@ -66,8 +66,9 @@ Result FolderEnumerator::SetFolder(const std::filesystem::path& folder, Enumerat
     }
     folder_ = canonical;
     options_ = std::move(options);
-    matcher_ = options_.patterns.empty() ? nullptr
-                                         : std::make_unique<shell::SpecMatcher>(options_.patterns);
+    matcher_ = options_.patterns.empty()
+                   ? nullptr
+                   : std::make_unique<shell::PatternMatcher>(options_.patterns);
     return S_OK;
 }
 

@@ -117,7 +117,7 @@ private:
     FeedQueue& queue_;
     std::filesystem::path folder_;
     EnumeratorOptions options_;
-    std::unique_ptr<shell::SpecMatcher> matcher_;
+    std::unique_ptr<shell::PatternMatcher> matcher_;
     std::atomic<bool> stop_{false};
     std::atomic<bool> running_{false};
     std::atomic<bool> watching_{false};

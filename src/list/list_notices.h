@@ -55,4 +55,16 @@ public:
     virtual void Beep(BeepKind kind) = 0;
 };
 
+// Notices nobody watches: for command-line tools and benchmarks that run a list without a
+// window.
+class QuietListNotices final : public ListNotices {
+public:
+    void ListGrew464(std::uint32_t, std::uint32_t) override {}
+    void StatusText46A(int) override {}
+    void NewShot46B(std::uint32_t, std::string) override {}
+    void EntryRemoved479(const PictureEntry&) override {}
+    void EntryChanged483(const PictureEntry&) override {}
+    void Beep(BeepKind) override {}
+};
+
 }  // namespace orvanta::list

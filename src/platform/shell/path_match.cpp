@@ -75,7 +75,7 @@ std::string FoldedUtf8(std::string_view utf8) {
 
 }  // namespace
 
-SpecMatcher::SpecMatcher(std::string_view patterns) {
+PatternMatcher::PatternMatcher(std::string_view patterns) {
     ForEachPattern(patterns, [this](std::string_view one) {
         const std::string_view ext = one.substr(std::min<std::size_t>(2, one.size()));
         if (one == "*.*" || one == "*") {
@@ -91,7 +91,7 @@ SpecMatcher::SpecMatcher(std::string_view patterns) {
     std::sort(extensions_.begin(), extensions_.end());
 }
 
-bool SpecMatcher::Matches(std::string_view name) const {
+bool PatternMatcher::Matches(std::string_view name) const {
     if (matchAll_) {
         return true;
     }
@@ -126,7 +126,7 @@ bool SpecMatcher::Matches(std::string_view name) const {
     return false;
 }
 
-bool MatchSpec(std::string_view name, std::string_view patterns) {
+bool MatchPatterns(std::string_view name, std::string_view patterns) {
     const std::u32string folded = Folded(name);
     bool matched = false;
     ForEachPattern(patterns, [&](std::string_view one) {

@@ -1,4 +1,4 @@
-// File-spec matching of names against patterns such as "*.jpg;*.nef": "*" matches any run
+// Matching names against patterns such as "*.jpg;*.nef": "*" matches any run
 // of characters (dots included), "?" exactly one, other characters match without regard to
 // case; several patterns are separated by ";" (blanks before a pattern are skipped), and a
 // name matches when any of them does. "*.*" matches every name, with or without a dot.
@@ -11,14 +11,14 @@
 
 namespace orvanta::shell {
 
-bool MatchSpec(std::string_view name, std::string_view patterns);
+bool MatchPatterns(std::string_view name, std::string_view patterns);
 
 // The same test with the patterns prepared once, for a folder scan that tests every name:
 // patterns of the form "*.ext" become one look-up of the name's last extension, the rest
 // are matched in full. Immutable after construction; thread-safe.
-class SpecMatcher {
+class PatternMatcher {
 public:
-    explicit SpecMatcher(std::string_view patterns);
+    explicit PatternMatcher(std::string_view patterns);
     bool Matches(std::string_view name) const;
 
 private:

@@ -1,4 +1,4 @@
-// Logical name order, file-spec matching and network filesystem recognition.
+// Logical name order, name pattern matching and network filesystem recognition.
 #include <algorithm>
 #include <set>
 #include <string>
@@ -85,17 +85,17 @@ struct MatchCase {
     bool matches;
 };
 
-class SpecMatch : public testing::TestWithParam<MatchCase> {};
+class PatternMatch : public testing::TestWithParam<MatchCase> {};
 
-TEST_P(SpecMatch, MatchesAsTheFileSpecSays) {
+TEST_P(PatternMatch, MatchesLikeTheShellPatterns) {
     const auto& c = GetParam();
-    EXPECT_EQ(MatchSpec(c.name, c.patterns), c.matches) << c.name << " ~ " << c.patterns;
+    EXPECT_EQ(MatchPatterns(c.name, c.patterns), c.matches) << c.name << " ~ " << c.patterns;
     // The prepared form a scan uses gives the same answers.
-    EXPECT_EQ(SpecMatcher(c.patterns).Matches(c.name), c.matches) << c.name;
+    EXPECT_EQ(PatternMatcher(c.patterns).Matches(c.name), c.matches) << c.name;
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Specs, SpecMatch,
+    Patterns, PatternMatch,
     testing::Values(MatchCase{"a.jpg", "*.jpg", true}, MatchCase{"A.JPG", "*.jpg", true},
                     MatchCase{"a.jpeg", "*.jpg", false}, MatchCase{"a.jpg.txt", "*.jpg", false},
                     MatchCase{"a.tar.jpg", "*.jpg", true}, MatchCase{"a.jpg", "*.JPG", true},

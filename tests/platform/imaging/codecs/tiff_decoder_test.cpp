@@ -15,7 +15,7 @@
 namespace orvanta::imaging::codecs {
 namespace {
 
-struct PageSpec {
+struct PageLayout {
     const char* name;
     PixelFormat expected;
     std::uint16_t samples = 1;
@@ -31,13 +31,13 @@ struct PageSpec {
     std::uint32_t rowsPerStrip = 4;
 };
 
-std::uint32_t Maximum(const PageSpec& page) {
+std::uint32_t Maximum(const PageLayout& page) {
     return (1u << page.bits) - 1;
 }
 
 // The stored value of sample `s` of pixel (x, y): a gradient that fits 8 bits for the
 // JPEG pages (32 x 16) and wraps elsewhere.
-std::uint32_t StoredSample(const PageSpec& page, std::uint32_t x, std::uint32_t y,
+std::uint32_t StoredSample(const PageLayout& page, std::uint32_t x, std::uint32_t y,
                            std::uint32_t s) {
     const std::uint32_t value = x * 3 + y * 5 + s * 40;
     return page.bits == 16 ? (value * 263) & 0xFFFF : value % (Maximum(page) + 1);
@@ -49,7 +49,7 @@ void PutBits(std::vector<std::uint8_t>& row, std::size_t index, unsigned bits, u
 }
 
 // Rows of `samples` interleaved samples (sample `first` onwards), as the file stores them.
-std::vector<std::uint8_t> StoredRow(const PageSpec& page, std::uint32_t y, std::uint32_t first,
+std::vector<std::uint8_t> StoredRow(const PageLayout& page, std::uint32_t y, std::uint32_t first,
                                     std::uint32_t samples) {
     std::vector<std::uint8_t> row((std::size_t{page.width} * samples * page.bits + 7) / 8);
     for (std::uint32_t x = 0; x < page.width; ++x) {
@@ -72,7 +72,7 @@ std::vector<std::uint8_t> ReadAll(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-void WritePage(TIFF* tiff, const PageSpec& page) {
+void WritePage(TIFF* tiff, const PageLayout& page) {
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, page.width);
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, page.height);
     TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, page.samples);
@@ -142,14 +142,14 @@ void WritePage(TIFF* tiff, const PageSpec& page) {
     ASSERT_EQ(TIFFWriteDirectory(tiff), 1);
 }
 
-std::shared_ptr<const FileBytes> MakeTiff(const std::vector<PageSpec>& pages,
+std::shared_ptr<const FileBytes> MakeTiff(const std::vector<PageLayout>& pages,
                                           const char* mode = "w",
                                           void (*extraTags)(TIFF*) = nullptr) {
     test::TempFolder folder;
     const auto path = folder / "fixture.tif";
     TIFF* tiff = TIFFOpen(path.c_str(), mode);
     EXPECT_NE(tiff, nullptr);
-    for (const PageSpec& page : pages) {
+    for (const PageLayout& page : pages) {
         if (extraTags != nullptr) {
             extraTags(tiff);
         }
@@ -160,7 +160,7 @@ std::shared_ptr<const FileBytes> MakeTiff(const std::vector<PageSpec>& pages,
 }
 
 // The expected output row of the whole page, computed from the stored samples.
-std::vector<std::uint8_t> ExpectedRow(const PageSpec& page, std::uint32_t y) {
+std::vector<std::uint8_t> ExpectedRow(const PageLayout& page, std::uint32_t y) {
     const PixelFormatInfo& info = Info(page.expected);
     std::vector<std::uint8_t> row((std::size_t{page.width} * info.bitsPerPixel + 7) / 8);
     const bool white = page.photometric == PHOTOMETRIC_MINISWHITE;
@@ -218,7 +218,7 @@ std::vector<std::uint8_t> BitSlice(const std::vector<std::uint8_t>& row, std::si
     return out;
 }
 
-void ExpectRect(BitmapSource& source, const PageSpec& page, const PixelRect& rect) {
+void ExpectRect(BitmapSource& source, const PageLayout& page, const PixelRect& rect) {
     const std::size_t bpp = BitsPerPixel(source.Format());
     const std::size_t rowBits = bpp * rect.width;
     const std::size_t stride = (rowBits + 7) / 8 + 3;
@@ -238,10 +238,10 @@ void ExpectRect(BitmapSource& source, const PageSpec& page, const PixelRect& rec
     }
 }
 
-class TiffLayouts : public testing::TestWithParam<PageSpec> {};
+class TiffLayouts : public testing::TestWithParam<PageLayout> {};
 
 TEST_P(TiffLayouts, DecodesToTheNaturalFormat) {
-    const PageSpec& page = GetParam();
+    const PageLayout& page = GetParam();
     const auto bytes = MakeTiff({page});
     std::unique_ptr<Decoder> decoder;
     ASSERT_EQ(TiffDecoderInfo().create(bytes, decoder), S_OK);
@@ -259,7 +259,7 @@ TEST_P(TiffLayouts, DecodesToTheNaturalFormat) {
     ExpectRect(*frame, page, {1, 2, 17, 9});
 }
 
-const PageSpec kLayouts[] = {
+const PageLayout kLayouts[] = {
     {"Gray8", PixelFormat::Gray8},
     {"Gray16", PixelFormat::Gray16, 1, 16},
     {"Gray4", PixelFormat::Gray8, 1, 4},
@@ -325,8 +325,8 @@ TEST(TiffDecoder, PaletteScalesTheColormap) {
 }
 
 TEST(TiffDecoder, PagesAreFrames) {
-    const PageSpec first{"a", PixelFormat::Rgb24, 3, 8, PHOTOMETRIC_RGB, 0, COMPRESSION_LZW};
-    PageSpec second{"b", PixelFormat::Gray16, 1, 16};
+    const PageLayout first{"a", PixelFormat::Rgb24, 3, 8, PHOTOMETRIC_RGB, 0, COMPRESSION_LZW};
+    PageLayout second{"b", PixelFormat::Gray16, 1, 16};
     second.width = 9;
     second.height = 30;
     std::unique_ptr<Decoder> decoder;
@@ -343,7 +343,7 @@ TEST(TiffDecoder, PagesAreFrames) {
 }
 
 TEST(TiffDecoder, BigTiffDecodesWithoutExifBlock) {
-    const PageSpec page{"big", PixelFormat::Rgb48, 3, 16, PHOTOMETRIC_RGB, 0, COMPRESSION_LZW};
+    const PageLayout page{"big", PixelFormat::Rgb48, 3, 16, PHOTOMETRIC_RGB, 0, COMPRESSION_LZW};
     Result result;
     auto frame = FirstFrame(MakeTiff({page}, "w8"), result);
     ASSERT_EQ(result, S_OK);
@@ -449,10 +449,10 @@ TEST(TiffDecoder, UnsupportedSamplesFailCleanly) {
 }
 
 TEST(TiffDecoder, TruncatedFilesNeverGiveWrongPixels) {
-    const PageSpec pages[] = {{"a", PixelFormat::Rgb24, 3, 8, PHOTOMETRIC_RGB, 0, COMPRESSION_LZW,
-                               PLANARCONFIG_CONTIG, 0, 12, 7},
-                              {"b", PixelFormat::Gray8, 1, 8, PHOTOMETRIC_MINISBLACK, 0,
-                               COMPRESSION_ADOBE_DEFLATE, PLANARCONFIG_CONTIG, 16, 20, 18}};
+    const PageLayout pages[] = {{"a", PixelFormat::Rgb24, 3, 8, PHOTOMETRIC_RGB, 0, COMPRESSION_LZW,
+                                 PLANARCONFIG_CONTIG, 0, 12, 7},
+                                {"b", PixelFormat::Gray8, 1, 8, PHOTOMETRIC_MINISBLACK, 0,
+                                 COMPRESSION_ADOBE_DEFLATE, PLANARCONFIG_CONTIG, 16, 20, 18}};
     const auto file = MakeTiff({pages[0], pages[1]});
     const auto whole = file->Bytes();
     int decoded = 0;
