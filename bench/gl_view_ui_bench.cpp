@@ -6,7 +6,8 @@
 //    mipmaps, and of a 12 MP one to show how it scales, against one 16 ms frame;
 //  - panning a 24 MP picture at actual size by dragging: time from each mouse move to the
 //    frame presented, median against 16 ms.
-// Usage: gl_view_ui_bench FOLDER [--steps N] [--pause MS]
+// Usage: gl_view_ui_bench FOLDER [--steps N] [--pause MS] [--rounds N]
+// (N steps per path in each round; both paths run in every round, in turn first.)
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -133,17 +134,21 @@ void Move(QWidget& widget, QPoint local, Qt::MouseButtons buttons, QEvent::Type 
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: gl_view_ui_bench FOLDER [--steps N] [--pause MS]\n");
+        std::fprintf(stderr,
+                     "usage: gl_view_ui_bench FOLDER [--steps N] [--pause MS] [--rounds N]\n");
         return 2;
     }
     const std::string folder = argv[1];
     int steps = 20;
     int pauseMs = 700;
+    int rounds = 2;
     for (int i = 2; i + 1 < argc; i += 2) {
         if (std::strcmp(argv[i], "--steps") == 0) {
             steps = std::max(1, std::atoi(argv[i + 1]));
         } else if (std::strcmp(argv[i], "--pause") == 0) {
             pauseMs = std::max(0, std::atoi(argv[i + 1]));
+        } else if (std::strcmp(argv[i], "--rounds") == 0) {
+            rounds = std::max(1, std::atoi(argv[i + 1]));
         }
     }
     // A software rasteriser would otherwise get the raster view in both runs.
@@ -163,9 +168,18 @@ int main(int argc, char** argv) {
                 orvanta::settings::MultiSampling.Get(),
                 orvanta::settings::SmoothPixelsInZoomModes.Get());
 
+    // Rounds of both paths, each first in every other round, so that a slow spell of a
+    // shared machine does not fall on one side only.
     bool fellBack = false;
-    const auto raster = Navigate(folder, false, steps, pauseMs, fellBack);
-    const auto gl = Navigate(folder, true, steps, pauseMs, fellBack);
+    std::vector<double> raster;
+    std::vector<double> gl;
+    for (int round = 0; round < rounds && !fellBack; ++round) {
+        for (const bool accelerated : {round % 2 == 1, round % 2 == 0}) {
+            const auto times = Navigate(folder, accelerated, steps, pauseMs, fellBack);
+            auto& into = accelerated ? gl : raster;
+            into.insert(into.end(), times.begin(), times.end());
+        }
+    }
     if (fellBack || raster.empty() || gl.empty()) {
         std::fprintf(stderr, "the accelerated view could not be made or no picture came\n");
         return 1;

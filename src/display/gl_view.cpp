@@ -11,8 +11,10 @@
 #include <QOpenGLFunctions_3_3_Core>
 #include <QOpenGLShaderProgram>
 #include <QOpenGLWindow>
+#include <QRegion>
 #include <QResizeEvent>
 
+#include "display/quick_reduction.h"
 #include "display/raster_view.h"
 #include "settings/settings.h"
 
@@ -82,10 +84,11 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         QRect rect;  // picture pixels
         QSize storage;
     };
-    // The picture reduced to the size it is shown at.
-    // Its rows are stored bottom up, as the window's framebuffer has them, so that a frame
-    // copies it into place with a plain blit (a row copy on a software rasteriser, where
-    // drawing it as a textured quad costs ten times more).
+    // The picture reduced to the size it is shown at, its rows stored top down as they come.
+    // A frame blits it into place turned over: the driver keeps a window's rows top down
+    // while a texture's go bottom up, so the two turns cancel and a software rasteriser
+    // copies rows (a blit that is not turned over, or a textured quad, goes through its
+    // whole drawing pipeline at ten to twenty times the cost).
     struct Fitted {
         GLuint texture = 0;
         GLuint framebuffer = 0;  // reads the texture for the blit
@@ -99,6 +102,7 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         QString text;  // the caption drawn into it
     };
     Fitted fitted;
+    QImage quick;  // the quick reduction's storage, reused from picture to picture
 
     QOpenGLShaderProgram program;
     GLuint vao = 0;
@@ -178,20 +182,47 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         fitted = {};
     }
 
-    // Loads the reduction `image` of the picture `picture` into the fitted texture.
-    void LoadFitted(const void* picture, const QImage& image, bool smooth) {
-        const GLuint before = fitted.texture;
-        const QSize storage = fitted.storage;
-        Load(fitted.texture, fitted.storage, image, 0, 0, image.width(), image.height());
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
+    // Gives the fitted texture storage of `size` (kept when it has that size already) and
+    // the framebuffer that reads it.
+    void PrepareFitted(QSize size) {
+        if (fitted.texture == 0) {
+            glGenTextures(1, &fitted.texture);
+            glBindTexture(GL_TEXTURE_2D, fitted.texture);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
+            fitted.storage = {};
+        }
+        if (fitted.storage == size) {
+            return;
+        }
+        glBindTexture(GL_TEXTURE_2D, fitted.texture);
+        // The unsized format, as in Load.
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, size.width(), size.height(), 0, GL_BGRA,
+                     GL_UNSIGNED_INT_8_8_8_8_REV, nullptr);
+        fitted.storage = size;
         if (fitted.framebuffer == 0) {
             glGenFramebuffers(1, &fitted.framebuffer);
         }
-        if (fitted.texture != before || fitted.storage != storage) {
-            glBindFramebuffer(GL_READ_FRAMEBUFFER, fitted.framebuffer);
-            glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D,
-                                   fitted.texture, 0);
-        }
+        glBindFramebuffer(GL_READ_FRAMEBUFFER, fitted.framebuffer);
+        glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D,
+                               fitted.texture, 0);
+    }
+
+    // Loads rows [first, first + count) of `image`, the size of the fitted storage.
+    void LoadFittedRows(const QImage& image, int first, int count) {
+        glBindTexture(GL_TEXTURE_2D, fitted.texture);
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, static_cast<GLint>(image.bytesPerLine() / 4));
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, first, image.width(), count, GL_BGRA,
+                        GL_UNSIGNED_INT_8_8_8_8_REV, image.constScanLine(first));
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+    }
+
+    // Loads the reduction `image` of the picture `picture` into the fitted texture.
+    void LoadFitted(const void* picture, const QImage& image, bool smooth) {
+        PrepareFitted(image.size());
+        LoadFittedRows(image, 0, image.height());
         fitted.key = picture;
         fitted.smooth = smooth;
     }
@@ -469,9 +500,11 @@ void GlView::Paint() {
         gl.glViewport(0, 0, static_cast<GLsizei>(width() * ratio),
                       static_cast<GLsizei>(height() * ratio));
         gl.glClearColor(0, 0, 0, 1);
-        gl.glClear(GL_COLOR_BUFFER_BIT);
     }
     if (resetPending_ || !gl.ready) {
+        if (gl.ready) {
+            gl.glClear(GL_COLOR_BUFFER_BIT);
+        }
         return;  // black until the context is back
     }
     const DrawPlan plan = Plan(width(), height());
@@ -502,29 +535,52 @@ void GlView::Paint() {
         const QImage& smooth = SmoothReduction(target);
         const bool current = gl.fitted.key == key && gl.fitted.storage == target;
         if (!smooth.isNull() && !(current && gl.fitted.smooth)) {
-            gl.LoadFitted(key, smooth.mirrored(false, true), true);
+            gl.LoadFitted(key, smooth, true);
         } else if (smooth.isNull() && !current) {
-            QImage quick = picture.scaled(target, Qt::IgnoreAspectRatio);
-            quick.mirror(false, true);
-            gl.LoadFitted(key, quick, false);
+            // Each band of rows goes to the texture as soon as it is made, while the pool
+            // thread makes the next.
+            gl.PrepareFitted(target);
+            gl.fitted.key = nullptr;
+            if (QuickReduction(picture, target, gl.quick, [&gl](int first, int count) {
+                    gl.LoadFittedRows(gl.quick, first, count);
+                })) {
+                gl.fitted.key = key;
+                gl.fitted.smooth = false;
+            }
         }
         const qreal ratio = surface_->devicePixelRatio();
         const GLuint window = surface_->defaultFramebufferObject();
-        if (ratio == 1.0) {
+        if (gl.fitted.key != key) {
+            gl.glClear(GL_COLOR_BUFFER_BIT);  // the picture could not be reduced
+        } else if (ratio == 1.0) {
+            // The blit replaces every pixel under it (a transparent one by black, as drawing
+            // over black would): only the margins are cleared, a full clear would be written
+            // once more under the picture.
+            const QRegion margins = QRegion(rect()) - QRect(destination.topLeft(), target);
+            gl.glEnable(GL_SCISSOR_TEST);
+            for (const QRect& r : margins) {
+                gl.glScissor(r.x(), height() - r.y() - r.height(), r.width(), r.height());
+                gl.glClear(GL_COLOR_BUFFER_BIT);
+            }
+            gl.glDisable(GL_SCISSOR_TEST);
             const int bottom = height() - destination.top() - target.height();
             gl.glBindFramebuffer(GL_READ_FRAMEBUFFER, gl.fitted.framebuffer);
             gl.glBindFramebuffer(GL_DRAW_FRAMEBUFFER, window);
-            gl.glBlitFramebuffer(0, 0, target.width(), target.height(), destination.left(), bottom,
-                                 destination.left() + target.width(), bottom + target.height(),
-                                 GL_COLOR_BUFFER_BIT, GL_NEAREST);
+            gl.glBlitFramebuffer(0, 0, target.width(), target.height(), destination.left(),
+                                 bottom + target.height(), destination.left() + target.width(),
+                                 bottom, GL_COLOR_BUFFER_BIT, GL_NEAREST);
             gl.glBindFramebuffer(GL_FRAMEBUFFER, window);
         } else {
+            gl.glClear(GL_COLOR_BUFFER_BIT);
             gl.glBindTexture(GL_TEXTURE_2D, gl.fitted.texture);
             gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
             gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-            gl.Quad(QRectF(destination), QRectF(0, 1, 1, -1));
+            gl.Quad(QRectF(destination), QRectF(0, 0, 1, 1));
         }
-    } else if (!picture.isNull() && !destination.isEmpty() && !source.isEmpty()) {
+    } else {
+        gl.glClear(GL_COLOR_BUFFER_BIT);
+    }
+    if (target.isEmpty() && !picture.isNull() && !destination.isEmpty() && !source.isEmpty()) {
         Upload(key, picture);
         GLint minFilter = GL_NEAREST;
         GLint magFilter = GL_NEAREST;

@@ -354,9 +354,18 @@ DrawPlan PictureView::Plan(int width, int height) {
 void PictureView::NotePainted(const QRect& destination) {
     lastDestination_ = destination;
     ++paints_;
-    // Not before: the first frame of a new picture goes out without the reduction's thread
-    // competing for the processor.
-    StartReduction();
+    // Not before the frame is out, which happens when the paint returns (the copy to the
+    // screen, a buffer swap): the reduction's thread would compete with it for the processor.
+    if (!reductionPosted_) {
+        reductionPosted_ = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                reductionPosted_ = false;
+                StartReduction();
+            },
+            Qt::QueuedConnection);
+    }
     emit Painted();
 }
 

@@ -171,6 +171,7 @@ private:
     QImage reduced_;  // picture_ reduced to reducedSize_
     QSize reducedSize_;
     bool reducing_ = false;         // a reduction of the current picture is being made
+    bool reductionPosted_ = false;  // a look at whether one is needed will come
     std::uint64_t generation_ = 0;  // counts the pictures shown, to drop a late reduction
 };
 
