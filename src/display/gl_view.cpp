@@ -11,6 +11,7 @@
 #include <QOpenGLFunctions_3_3_Core>
 #include <QOpenGLShaderProgram>
 #include <QOpenGLWindow>
+#include <QPaintEvent>
 #include <QRegion>
 #include <QResizeEvent>
 
@@ -291,19 +292,24 @@ void GlView::resizeEvent(QResizeEvent* event) {
 }
 
 void GlView::Redraw() {
-    surface_->update();
     // The window's own update waits for the next tick of a timer at the screen's refresh
-    // rate; the frame is drawn as soon as the event loop comes round instead (the update
-    // then finds nothing left to draw).
+    // rate, and then draws again what a frame sent earlier already drew; the frame is drawn
+    // as soon as the event loop comes round instead. A window not shown yet waits for its
+    // update as usual.
     if (!drawPosted_) {
         drawPosted_ = true;
         QMetaObject::invokeMethod(
             this,
             [this] {
                 drawPosted_ = false;
-                if (surface_ != nullptr && surface_->isExposed()) {
-                    QEvent draw(QEvent::UpdateRequest);
+                if (surface_ == nullptr) {
+                    return;
+                }
+                if (surface_->isExposed()) {
+                    QPaintEvent draw(QRect(QPoint(0, 0), surface_->size()));
                     QCoreApplication::sendEvent(surface_, &draw);
+                } else {
+                    surface_->update();
                 }
             },
             Qt::QueuedConnection);
