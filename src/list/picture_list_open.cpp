@@ -18,8 +18,9 @@ namespace {
 
 // The feeder waits this long for a record before looking at its stop request again.
 constexpr std::chrono::milliseconds kFeedWait{300};
-// The most files the feeder places under one hold of the list lock.
-constexpr std::size_t kFeedBatch = 256;
+// The most files the feeder takes from the queue at once (it places them a few hundred
+// under each hold of the list lock).
+constexpr std::size_t kFeedBatch = 4096;
 // The first opening waits this long for the codecs before telling that they are slow.
 constexpr std::chrono::milliseconds kFirstDecoderWait{8000};
 
@@ -92,8 +93,11 @@ bool PictureList::OpenFolder(const std::filesystem::path& folder,
             std::scoped_lock lock(mutex_);
             folder_ = enumerator_.Folder();
         }
-        feeder_ = std::jthread([this](std::stop_token stop) { FeedLoop(stop); });
+        // The scan first: the queue keeps what it finds until the feeder is there.
         started = enumerator_.Start(EnumeratorStart::ScanThread);
+        if (started.Succeeded()) {
+            feeder_ = std::jthread([this](std::stop_token stop) { FeedLoop(stop); });
+        }
     }
     if (started.Failed()) {
         StopThreads();
