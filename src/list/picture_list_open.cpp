@@ -93,11 +93,10 @@ bool PictureList::OpenFolder(const std::filesystem::path& folder,
             std::scoped_lock lock(mutex_);
             folder_ = enumerator_.Folder();
         }
-        // The scan first: the queue keeps what it finds until the feeder is there.
+        // The feeder first, so that it waits for the first batch when the scan hands it
+        // over rather than starting up then.
+        feeder_ = std::jthread([this](std::stop_token stop) { FeedLoop(stop); });
         started = enumerator_.Start(EnumeratorStart::ScanThread);
-        if (started.Succeeded()) {
-            feeder_ = std::jthread([this](std::stop_token stop) { FeedLoop(stop); });
-        }
     }
     if (started.Failed()) {
         StopThreads();
