@@ -201,21 +201,22 @@ void FolderEnumerator::SortByBasePath(Batch& batch) {
     const std::string_view first = records.empty() ? std::string_view{} : records[0].path;
     const std::size_t folder = first.rfind('/') + 1;
     bool oneFolder = folder > 0;
-    for (const auto& record : records) {
-        const std::string_view base = BasePathOf(record.path);
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const std::string_view base = BasePathOf(records[i].path);
         oneFolder = oneFolder && base.size() >= folder && base.rfind('/') + 1 == folder &&
                     base.substr(0, folder) == first.substr(0, folder);
+        // The base path's length for now; its key's place once the key is made.
+        batch.keys.push_back(
+            {0, 0, static_cast<std::uint32_t>(base.size()), static_cast<std::uint32_t>(i)});
     }
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        std::string_view base = BasePathOf(records[i].path);
+    for (auto& key : batch.keys) {
+        std::string_view base = std::string_view(records[key.record].path).substr(0, key.size);
         if (oneFolder) {
             base.remove_prefix(folder);
         }
-        const std::size_t at = batch.keyText.size();
+        key.at = static_cast<std::uint32_t>(batch.keyText.size());
         shell::AppendLogicalKey(base, batch.keyText);
-        batch.keys.push_back({0, static_cast<std::uint32_t>(at),
-                              static_cast<std::uint32_t>(batch.keyText.size() - at),
-                              static_cast<std::uint32_t>(i)});
+        key.size = static_cast<std::uint32_t>(batch.keyText.size() - key.at);
     }
     const std::string_view text = batch.keyText;
     for (auto& key : batch.keys) {

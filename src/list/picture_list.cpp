@@ -151,6 +151,9 @@ void PictureList::AddRecords(std::vector<FileFeedRecord>& records, const std::st
     }
     std::vector<Arrival>& files = arrivals_;
     files.clear();
+    // Room for the whole batch at once: growing step by step costs a trip to the heap for
+    // each step, and the first steps clean up the heap's small free blocks each time.
+    files.reserve(records.size());
     // The order the scan found is kept only between files placed one after the other.
     bool skipped = true;
     for (std::size_t i = 0; i < records.size(); ++i) {
@@ -184,6 +187,7 @@ void PictureList::AddRecords(std::vector<FileFeedRecord>& records, const std::st
             return;
         }
         notices.clear();
+        notices.reserve(kPlacedPerHold);
         {
             std::scoped_lock lock(mutex_);
             Hints hints{std::nullopt, entries_.end()};
