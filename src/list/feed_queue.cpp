@@ -20,41 +20,41 @@ imaging::FileTime FromTimestamp(const struct statx_timestamp& t) {
             t.tv_nsec / 100};
 }
 
-// An emptied queue keeps its array up to this many records; a larger one, left by a big
-// folder the feeder fell behind on, goes back to the heap.
+// Emptied arrays kept for the next batches, and the largest one kept: a larger one, left
+// by a big folder the feeder fell behind on, goes back to the heap.
+constexpr std::size_t kSpareArrays = 4;
 constexpr std::size_t kKeptRecords = 4096;
 
 }  // namespace
 
 FileFeedRecord FeedQueue::TakeFront() {
-    FileFeedRecord record = std::move(records_[head_++]);
-    if (head_ == records_.size()) {
-        Emptied();
+    auto& front = batches_.front();
+    FileFeedRecord record = std::move(front[head_++]);
+    --queued_;
+    if (head_ == front.size()) {
+        Recycle(front);
+        batches_.pop_front();
+        head_ = 0;
     }
     return record;
 }
 
-void FeedQueue::Emptied() {
-    if (records_.capacity() > kKeptRecords) {
-        std::vector<FileFeedRecord>().swap(records_);
-    } else {
-        records_.clear();
-    }
-    head_ = 0;
-}
-
-void FeedQueue::Compact() {
-    if (head_ > 0 && head_ >= Queued()) {
-        records_.erase(records_.begin(), records_.begin() + static_cast<std::ptrdiff_t>(head_));
-        head_ = 0;
+void FeedQueue::Recycle(std::vector<FileFeedRecord>& records) {
+    records.clear();
+    if (spare_.size() < kSpareArrays && records.capacity() > 0 &&
+        records.capacity() <= kKeptRecords) {
+        spare_.push_back(std::move(records));
     }
 }
 
 void FeedQueue::Push(FileFeedRecord record) {
     {
         std::scoped_lock lock(mutex_);
-        Compact();
-        records_.push_back(std::move(record));
+        if (batches_.empty()) {
+            batches_.emplace_back();
+        }
+        batches_.back().push_back(std::move(record));
+        ++queued_;
         ++pushed_;
     }
     available_.release();
@@ -67,13 +67,15 @@ void FeedQueue::Push(std::vector<FileFeedRecord>& records) {
     const auto count = static_cast<std::ptrdiff_t>(records.size());
     {
         std::scoped_lock lock(mutex_);
-        Compact();
-        for (auto& record : records) {
-            records_.push_back(std::move(record));
-        }
+        queued_ += records.size();
         pushed_ += records.size();
+        batches_.push_back(std::move(records));
+        records = std::vector<FileFeedRecord>();
+        if (!spare_.empty()) {
+            records.swap(spare_.back());
+            spare_.pop_back();
+        }
     }
-    records.clear();
     available_.release(count);
 }
 
@@ -83,7 +85,7 @@ std::optional<FileFeedRecord> FeedQueue::Pop(std::chrono::milliseconds timeout) 
     }
     std::scoped_lock lock(mutex_);
     // Clear() may have emptied the queue after the count was taken.
-    if (Queued() == 0) {
+    if (queued_ == 0) {
         return std::nullopt;
     }
     return TakeFront();
@@ -94,25 +96,42 @@ std::size_t FeedQueue::Pop(std::vector<FileFeedRecord>& out, std::size_t most,
     if (most == 0 || !available_.try_acquire_for(timeout)) {
         return 0;
     }
-    // The rest of the count is taken without waiting: only what is there already.
-    std::size_t counted = 1;
-    while (counted < most && available_.try_acquire()) {
-        ++counted;
-    }
     std::scoped_lock lock(mutex_);
     // Clear() may have emptied the queue after the count was taken; a count left over from
     // cleared records is simply used up here.
-    const std::size_t taken = std::min(counted, Queued());
-    for (std::size_t i = 0; i < taken; ++i) {
+    if (queued_ == 0) {
+        return 0;
+    }
+    // From the oldest batch only: a batch taken whole changes hands as its array, without
+    // moving a record. The rest of the count is taken without waiting, for what is there.
+    auto& front = batches_.front();
+    const std::size_t wanted = std::min(most, front.size() - head_);
+    std::size_t counted = 1;
+    while (counted < wanted && available_.try_acquire()) {
+        ++counted;
+    }
+    if (head_ == 0 && counted == front.size() && out.empty()) {
+        queued_ -= counted;
+        out.swap(front);
+        Recycle(front);
+        batches_.pop_front();
+        return counted;
+    }
+    for (std::size_t i = 0; i < counted; ++i) {
         out.push_back(TakeFront());
     }
-    return taken;
+    return counted;
 }
 
 void FeedQueue::Clear() {
     std::scoped_lock lock(mutex_);
-    done_ += Queued();
-    Emptied();
+    done_ += queued_;
+    for (auto& batch : batches_) {
+        Recycle(batch);
+    }
+    batches_.clear();
+    head_ = 0;
+    queued_ = 0;
     if (done_ >= pushed_) {
         drained_.notify_all();
     }
@@ -138,7 +157,7 @@ bool FeedQueue::WaitDrained(std::chrono::steady_clock::time_point deadline) cons
 
 std::size_t FeedQueue::Size() const {
     std::scoped_lock lock(mutex_);
-    return Queued();
+    return queued_;
 }
 
 bool ReadFileTimes(FileFeedRecord& record) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <optional>
 #include <semaphore>
@@ -16,6 +17,15 @@
 
 namespace orvanta::list {
 
+// Where a record's base path stands against the one before it in its batch, when the scan
+// sorted the batch by base path in logical order: the feeder then places a file next to
+// the one before it without comparing the two again.
+enum class FeedOrder : std::uint8_t {
+    Unknown = 0,
+    After,  // a later base path
+    Same,   // the same one (a sibling file)
+};
+
 // One file found. The times are read only when the list's order needs them (the
 // name-order scan reads none); `timesKnown` says whether they were.
 struct FileFeedRecord {
@@ -24,6 +34,7 @@ struct FileFeedRecord {
     std::string path;
     std::uint32_t attributes = 0;
     bool timesKnown = false;
+    FeedOrder order = FeedOrder::Unknown;
     imaging::FileTime creationTime;
     imaging::FileTime lastAccessTime;
     imaging::FileTime lastWriteTime;
@@ -38,8 +49,10 @@ public:
     void Push(std::vector<FileFeedRecord>& records);
     // The oldest record, or none when nothing arrived within `timeout`.
     std::optional<FileFeedRecord> Pop(std::chrono::milliseconds timeout);
-    // Moves up to `most` of the oldest records to the end of `out` with one lock, waiting up
-    // to `timeout` for the first; returns how many were moved (each to be marked done).
+    // Moves up to `most` of the oldest records, all from the batch they were pushed in, to
+    // the end of `out` with one lock, waiting up to `timeout` for the first; returns how
+    // many were moved (each to be marked done). An empty `out` takes a whole batch by
+    // exchanging arrays.
     std::size_t Pop(std::vector<FileFeedRecord>& out, std::size_t most,
                     std::chrono::milliseconds timeout);
     void Clear();
@@ -56,19 +69,20 @@ public:
 
 private:
     // With the lock held.
-    std::size_t Queued() const { return records_.size() - head_; }
     FileFeedRecord TakeFront();
-    void Emptied();
-    // Drops the records taken from the front once they are as many as the queued ones, so
-    // that a queue never emptied does not grow without end.
-    void Compact();
+    // Keeps an emptied array for a later push to fill, unless enough are kept or it is large.
+    void Recycle(std::vector<FileFeedRecord>& records);
 
-    mutable std::mutex mutex_;  // guards records_, head_ and the counts; a leaf lock
-    // The records from head_ on are queued. One array rather than a deque: a deque takes
-    // a block from the heap for every few records, and the feeder gives it back on another
-    // thread; the array is reused once emptied.
-    std::vector<FileFeedRecord> records_;
+    mutable std::mutex mutex_;  // guards what follows; a leaf lock
+    // The queued records in the arrays they were pushed in (a single record joins the last
+    // one), oldest first; the first array's records from head_ on. A batch changes hands
+    // whole: pushing it and popping it as a whole move no records.
+    std::deque<std::vector<FileFeedRecord>> batches_;
     std::size_t head_ = 0;
+    std::size_t queued_ = 0;
+    // Arrays the feeder emptied, handed to the next pusher of a batch in exchange for its
+    // own, so that the scan and the feeder pass the same few arrays back and forth.
+    std::vector<std::vector<FileFeedRecord>> spare_;
     std::uint64_t pushed_ = 0;
     std::uint64_t done_ = 0;
     mutable std::condition_variable drained_;  // signalled when done_ reaches pushed_

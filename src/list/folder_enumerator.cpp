@@ -40,6 +40,9 @@ constexpr std::chrono::seconds kLongestWatchDelay{2};
 // arrive as one sorted run.
 constexpr std::size_t kFirstBatch = 64;
 constexpr std::size_t kBatch = 1024;
+// Later batches gather the files of several small folders: each hand-over wakes the feeder,
+// a system call that costs as much as reading a few dozen names.
+constexpr std::size_t kHandOver = 256;
 // A folder's entries are read this many bytes at a time, a hundred names or more.
 constexpr std::size_t kDirectoryBuffer = 32 * 1024;
 
@@ -98,19 +101,20 @@ Result FolderEnumerator::Start(EnumeratorStart mode) {
                     }
                 }
             }
-            watchThread_ = std::jthread([this](std::stop_token stop) { WatchLoop(stop); });
         }
     }
-    switch (mode) {
-        case EnumeratorStart::WatchOnly:
-            scanFinished_.Set();
-            break;
-        case EnumeratorStart::ScanThread:
-            scanThread_ = std::jthread([this] { Scan(); });
-            break;
-        case EnumeratorStart::ScanHere:
-            Scan();
-            break;
+    // The scan thread starts first: the watcher only reads events, which the kernel keeps
+    // for it meanwhile.
+    if (mode == EnumeratorStart::ScanThread) {
+        scanThread_ = std::jthread([this] { Scan(); });
+    }
+    if (inotify_ >= 0) {
+        watchThread_ = std::jthread([this](std::stop_token stop) { WatchLoop(stop); });
+    }
+    if (mode == EnumeratorStart::WatchOnly) {
+        scanFinished_.Set();
+    } else if (mode == EnumeratorStart::ScanHere) {
+        Scan();
     }
     return S_OK;
 }
@@ -146,6 +150,7 @@ void FolderEnumerator::Scan() {
     platform::LowerCurrentThreadPriority();
     Batch& batch = scanBatch_;
     batch.records.clear();
+    batch.ready.clear();
     batch.size = kFirstBatch;
     batch.limitedWatches = true;
     Walk(folder_.string(), false, batch);
@@ -180,13 +185,13 @@ void FolderEnumerator::Feed(std::string path, Batch& batch) {
         ReadFileTimes(record);
     }
     batch.records.push_back(std::move(record));
-    if (batch.records.size() >= batch.size) {
+    if (batch.records.size() + batch.ready.size() >= batch.size) {
         Push(batch);
     }
 }
 
-// Sorts by base path in logical order: each base path is cut from its record and turned
-// into its sort key once, so that the sort itself compares bytes.
+// Sorts by base path in logical order, behind the ready records: each base path is cut from
+// its record and turned into its sort key once, so that the sort itself compares bytes.
 void FolderEnumerator::SortByBasePath(Batch& batch) {
     auto& records = batch.records;
     batch.keyText.clear();
@@ -196,43 +201,78 @@ void FolderEnumerator::SortByBasePath(Batch& batch) {
     const std::string_view first = records.empty() ? std::string_view{} : records[0].path;
     const std::size_t folder = first.rfind('/') + 1;
     bool oneFolder = folder > 0;
-    for (const auto& record : records) {
-        const std::string_view base = BasePathOf(record.path);
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const std::string_view base = BasePathOf(records[i].path);
         oneFolder = oneFolder && base.size() >= folder && base.rfind('/') + 1 == folder &&
                     base.substr(0, folder) == first.substr(0, folder);
+        // The base path's length for now; its key's place once the key is made.
+        batch.keys.push_back(
+            {0, 0, static_cast<std::uint32_t>(base.size()), static_cast<std::uint32_t>(i)});
     }
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        std::string_view base = BasePathOf(records[i].path);
+    for (auto& key : batch.keys) {
+        std::string_view base = std::string_view(records[key.record].path).substr(0, key.size);
         if (oneFolder) {
             base.remove_prefix(folder);
         }
-        const std::size_t at = batch.keyText.size();
+        key.at = static_cast<std::uint32_t>(batch.keyText.size());
         shell::AppendLogicalKey(base, batch.keyText);
-        batch.keys.push_back({static_cast<std::uint32_t>(at),
-                              static_cast<std::uint32_t>(batch.keyText.size() - at),
-                              static_cast<std::uint32_t>(i)});
+        key.size = static_cast<std::uint32_t>(batch.keyText.size() - key.at);
     }
     const std::string_view text = batch.keyText;
+    for (auto& key : batch.keys) {
+        for (std::size_t i = 0; i < sizeof key.head; ++i) {
+            const auto byte = i < key.size ? static_cast<unsigned char>(text[key.at + i]) : 0u;
+            key.head = key.head << 8 | byte;
+        }
+    }
     std::sort(batch.keys.begin(), batch.keys.end(), [text](const SortKey& a, const SortKey& b) {
+        if (a.head != b.head) {
+            return a.head < b.head;
+        }
         return text.substr(a.at, a.size) < text.substr(b.at, b.size);
     });
-    auto& spare = batch.spare;
-    spare.clear();
-    spare.reserve(records.size());
-    for (const auto& key : batch.keys) {
-        spare.push_back(std::move(records[key.record]));
+    auto& ready = batch.ready;
+    if (ready.capacity() < ready.size() + records.size()) {
+        // Grown by half again at least: a batch gathers several folders one by one.
+        ready.reserve(std::max(ready.size() + records.size(), ready.capacity() * 3 / 2));
     }
-    records.swap(spare);
+    std::string_view previous;
+    bool opening = true;
+    for (const auto& key : batch.keys) {
+        ready.push_back(std::move(records[key.record]));
+        const std::string_view own = text.substr(key.at, key.size);
+        ready.back().order = opening           ? FeedOrder::Unknown
+                             : own == previous ? FeedOrder::Same
+                                               : FeedOrder::After;
+        previous = own;
+        opening = false;
+    }
+    records.clear();
 }
 
-void FolderEnumerator::Push(Batch& batch) {
+void FolderEnumerator::EndFolder(Batch& batch) const {
     if (batch.records.empty()) {
         return;
     }
     if (options_.nameOrder) {
         SortByBasePath(batch);
+    } else if (batch.ready.empty()) {
+        batch.ready.swap(batch.records);
+    } else {
+        for (auto& record : batch.records) {
+            batch.ready.push_back(std::move(record));
+        }
+        batch.records.clear();
     }
-    queue_.Push(batch.records);
+}
+
+void FolderEnumerator::Push(Batch& batch, bool all) {
+    EndFolder(batch);
+    if (batch.ready.empty() ||
+        (!all && batch.size != kFirstBatch && batch.ready.size() < kHandOver)) {
+        return;
+    }
+    queue_.Push(batch.ready);
     batch.size = kBatch;
 }
 
@@ -306,7 +346,7 @@ void FolderEnumerator::Walk(const std::string& folder, bool missingOnly, Batch& 
         if (type == DT_DIR) {
             if (options_.subFolders) {
                 // What was found before the sub-folder goes first.
-                Push(batch);
+                Push(batch, false);
                 ++batch.depth;
                 Walk(path, missingOnly, batch);
                 --batch.depth;

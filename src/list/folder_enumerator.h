@@ -82,18 +82,23 @@ private:
     // new names only in the opening scan).
     void Walk(const std::string& folder, bool missingOnly);
     struct SortKey {
+        // The first bytes of the key as a number (zeros past its end): most comparisons of
+        // names in one folder end there.
+        std::uint64_t head;
         std::uint32_t at;
         std::uint32_t size;
         std::uint32_t record;
     };
-    // The files found and not yet handed over, and how many make a batch.
+    // The files found and not yet handed over: those of the folder being read, and those
+    // of the folders read before it (each folder's sorted in name order), and how many
+    // make a batch.
     struct Batch {
         std::vector<FileFeedRecord> records;
+        std::vector<FileFeedRecord> ready;
         std::size_t size = 0;
         bool limitedWatches = false;
-        // Room to sort in, kept from one batch to the next: the records in their new order,
-        // their sort keys one after another, and where each key is.
-        std::vector<FileFeedRecord> spare;
+        // Room to sort in, kept from one batch to the next: the sort keys one after another,
+        // and where each key is.
         std::string keyText;
         std::vector<SortKey> keys;
         // A buffer to read directory entries into for each depth of the walk.
@@ -111,7 +116,11 @@ private:
     void AddWatch(const std::filesystem::path& folder, bool limited = false);
     std::uint32_t FullMask() const;
     void Feed(std::string path, Batch& batch);
-    void Push(Batch& batch);
+    // Hands over the files found; the first batch goes at once, later ones wait until they
+    // are worth waking the feeder for, unless `all`.
+    void Push(Batch& batch, bool all = true);
+    // Moves the files of the folder being read behind the ready ones.
+    void EndFolder(Batch& batch) const;
     static void SortByBasePath(Batch& batch);
 
     FeedQueue& queue_;

@@ -16,6 +16,10 @@ namespace {
 
 // A running decode asked to stop gets this long to do so.
 constexpr std::chrono::milliseconds kDecodeStopWait{60'000};
+// How many files ahead the feeder asks for the bytes of a path.
+constexpr std::size_t kPathsAhead = 4;
+// The most files the feeder places under one hold of the list lock.
+constexpr std::size_t kPlacedPerHold = 256;
 
 // Two frame entries of one multi-frame file.
 bool SameFile(const PictureEntry& a, const PictureEntry& b) {
@@ -33,6 +37,10 @@ struct PictureList::Arrival {
     // the file's first name node, which saves copying the path and freeing it on this
     // thread after the scan thread allocated it.
     std::string* spare = nullptr;
+    // Against the file placed before it under the same hold of the lock, and the base path
+    // of the last file of its sorted run (Unknown and empty outside a run).
+    FeedOrder order = FeedOrder::Unknown;
+    std::string_view runLast;
     std::string extension;  // lower case, without the dot
     std::uint32_t frames = 1;
     std::uint64_t sortTime = 0;
@@ -143,28 +151,53 @@ void PictureList::AddRecords(std::vector<FileFeedRecord>& records, const std::st
     }
     std::vector<Arrival>& files = arrivals_;
     files.clear();
-    for (auto& record : records) {
+    // Room for the whole batch at once: growing step by step costs a trip to the heap for
+    // each step, and the first steps clean up the heap's small free blocks each time.
+    files.reserve(records.size());
+    // The order the scan found is kept only between files placed one after the other.
+    bool skipped = true;
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        FileFeedRecord& record = records[i];
         // Counting frames reads the file: a stop request is seen between files.
         if (stop.stop_requested()) {
             return;
         }
+        // The scan wrote the paths on another core: asking for them a few files ahead hides
+        // most of the wait for their bytes.
+        if (i + kPathsAhead < records.size()) {
+            __builtin_prefetch(records[i + kPathsAhead].path.data());
+        }
         files.emplace_back();
         if (!Prepare(record.path, false, files.back())) {
             files.pop_back();
+            skipped = true;
             continue;
         }
         files.back().spare = &record.path;
+        files.back().order = skipped ? FeedOrder::Unknown : record.order;
+        skipped = false;
+    }
+    for (std::size_t i = files.size(); i-- > 0;) {
+        const bool runGoesOn = i + 1 < files.size() && files[i + 1].order != FeedOrder::Unknown;
+        files[i].runLast = runGoesOn ? files[i + 1].runLast : files[i].base;
     }
     std::vector<Notice>& notices = feedNotices_;
-    notices.clear();
-    {
-        std::scoped_lock lock(mutex_);
-        Hints hints{std::nullopt, entries_.end()};
-        for (const auto& file : files) {
-            (void)Place(file, hints, notices);
+    for (std::size_t start = 0; start < files.size(); start += kPlacedPerHold) {
+        if (stop.stop_requested()) {
+            return;
         }
+        notices.clear();
+        notices.reserve(kPlacedPerHold);
+        {
+            std::scoped_lock lock(mutex_);
+            Hints hints{std::nullopt, entries_.end()};
+            const std::size_t end = std::min(files.size(), start + kPlacedPerHold);
+            for (std::size_t i = start; i < end; ++i) {
+                (void)Place(files[i], hints, notices);
+            }
+        }
+        Tell(notices);
     }
-    Tell(notices);
 }
 
 PictureList::Joined PictureList::Join(const Arrival& file, NameIndex::iterator first,
@@ -203,7 +236,17 @@ PictureList::Joined PictureList::Join(const Arrival& file, NameIndex::iterator f
 }
 
 bool PictureList::Place(const Arrival& file, Hints& hints, std::vector<Notice>& notices) {
-    const auto [first, last] = FindNames(names_, file.base, hints.name);
+    NameRange range;
+    if (file.order == FeedOrder::After && hints.name && hints.runBelowName) {
+        // Above the file before it and below the node after that one: no node of its own.
+        range = {*hints.name, *hints.name};
+    } else {
+        range = FindNames(names_, file.base, hints.name);
+        hints.runBelowName =
+            !file.runLast.empty() && (range.last == names_.end() ||
+                                      shell::CompareLogical(file.runLast, range.last->first) < 0);
+    }
+    const auto [first, last] = range;
     hints.name = last;
     const Joined joined = Join(file, first, last, notices);
     if (joined != Joined::No) {
@@ -246,14 +289,22 @@ bool PictureList::Place(const Arrival& file, Hints& hints, std::vector<Notice>& 
         if (current_ == entries_.end()) {
             current_ = it;
             position_ = 1;
-        } else if (order(raw, current_->get())) {
-            ++position_;
+            hints.placedBeforeCurrent = false;
+        } else {
+            if (!hints.placed || std::next(*hints.placed) != it) {
+                hints.placedBeforeCurrent = order(raw, current_->get());
+            }
+            if (hints.placedBeforeCurrent) {
+                ++position_;
+            }
         }
+        hints.placed = it;
         bookmarks_->Attach(*raw);
     }
     bool moved = wasEmpty;
     if (!pendingTarget_.empty() && shell::CompareNoCase(pendingTarget_, base) == 0) {
         moved = TakePendingTarget() || moved;
+        hints.placed.reset();  // the current entry may have changed
     }
     if (moved) {
         cache_->Reschedule(window_);

@@ -130,6 +130,13 @@ private:
     struct Hints {
         std::optional<NameIndex::iterator> name;
         OrderedSet::iterator entry;
+        // The files still to come in this sorted run all go before `name`: each one is
+        // placed right after the one before it without a look-up.
+        bool runBelowName = false;
+        // The entry placed last and whether it stands before the current one: an entry
+        // placed right after it stands on the same side.
+        std::optional<OrderedSet::iterator> placed;
+        bool placedBeforeCurrent = false;
     };
     enum class Joined { No, Taken, Ignored, Changed };
 

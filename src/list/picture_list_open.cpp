@@ -18,8 +18,9 @@ namespace {
 
 // The feeder waits this long for a record before looking at its stop request again.
 constexpr std::chrono::milliseconds kFeedWait{300};
-// The most files the feeder places under one hold of the list lock.
-constexpr std::size_t kFeedBatch = 256;
+// The most files the feeder takes from the queue at once (it places them a few hundred
+// under each hold of the list lock).
+constexpr std::size_t kFeedBatch = 4096;
 // The first opening waits this long for the codecs before telling that they are slow.
 constexpr std::chrono::milliseconds kFirstDecoderWait{8000};
 
@@ -92,6 +93,8 @@ bool PictureList::OpenFolder(const std::filesystem::path& folder,
             std::scoped_lock lock(mutex_);
             folder_ = enumerator_.Folder();
         }
+        // The feeder first, so that it waits for the first batch when the scan hands it
+        // over rather than starting up then.
         feeder_ = std::jthread([this](std::stop_token stop) { FeedLoop(stop); });
         started = enumerator_.Start(EnumeratorStart::ScanThread);
     }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -41,6 +42,49 @@ TEST(EntryPool, BlocksOfEverySizeKeepTheirBytes) {
     }
     EXPECT_EQ(entry_pool::BytesInUse(), before);
     EXPECT_THROW((void)entry_pool::Allocate(entry_pool::kMaxBytes + 1), std::bad_alloc);
+}
+
+TEST(EntryPool, BlocksGoAgainOnlyOnceFreeAndInAddressOrderWhenAllAre) {
+    // A size no other test uses, so that this test alone decides when all its blocks are free.
+    constexpr std::size_t kBytes = 464;
+    std::vector<unsigned char*> blocks;
+    for (int i = 0; i < 2000; ++i) {
+        blocks.push_back(static_cast<unsigned char*>(entry_pool::Allocate(kBytes)));
+    }
+    // All but one freed, in no order of address: the one kept is never handed out again.
+    std::shuffle(blocks.begin(), blocks.end(), std::mt19937(3));
+    unsigned char* kept = blocks.back();
+    std::fill(kept, kept + kBytes, 0x5A);
+    blocks.pop_back();
+    for (auto* block : blocks) {
+        entry_pool::Free(block, kBytes);
+    }
+    blocks.clear();
+    for (int i = 0; i < 2000; ++i) {
+        auto* block = static_cast<unsigned char*>(entry_pool::Allocate(kBytes));
+        ASSERT_TRUE(block + kBytes <= kept || kept + kBytes <= block) << "block " << i;
+        std::fill(block, block + kBytes, 0xA5);
+        blocks.push_back(block);
+    }
+    EXPECT_TRUE(std::all_of(kept, kept + kBytes, [](unsigned char b) { return b == 0x5A; }));
+    blocks.push_back(kept);
+    std::sort(blocks.begin(), blocks.end());
+    EXPECT_EQ(std::adjacent_find(blocks.begin(), blocks.end()), blocks.end());
+    std::shuffle(blocks.begin(), blocks.end(), std::mt19937(4));
+    for (auto* block : blocks) {
+        entry_pool::Free(block, kBytes);
+    }
+    // Every block is free: the next ones follow one another in memory.
+    blocks.clear();
+    for (int i = 0; i < 100; ++i) {
+        blocks.push_back(static_cast<unsigned char*>(entry_pool::Allocate(kBytes)));
+    }
+    for (std::size_t i = 1; i < blocks.size(); ++i) {
+        EXPECT_EQ(blocks[i], blocks[i - 1] + kBytes) << "block " << i;
+    }
+    for (auto* block : blocks) {
+        entry_pool::Free(block, kBytes);
+    }
 }
 
 TEST(EntryPool, ThreadsAllocateAndFreeTogether) {

@@ -86,6 +86,25 @@ TEST(LogicalKey, AgreesWithTheLogicalComparisonOnRandomNames) {
     }
 }
 
+TEST(LogicalKey, LongNumbersAndLongRunsOfZeros) {
+    // A key spends one byte on a length or a count of zeros below 255 and five above: the
+    // texts on both sides of that step must still sort as the comparison has them.
+    std::vector<std::string> names;
+    for (std::size_t digits : {1u, 254u, 255u, 256u, 300u}) {
+        names.push_back("a" + std::string(digits, '7'));
+        names.push_back("a" + std::string(digits - 1, '7') + "8");
+        names.push_back("a" + std::string(digits, '0') + "7");
+        names.push_back("a" + std::string(digits, '0') + "7b");
+        names.push_back("a7" + std::string(digits, '0'));
+        names.push_back("a" + std::string(digits, '9') + "x" + std::string(digits, '0') + "1");
+    }
+    for (const auto& a : names) {
+        for (const auto& b : names) {
+            ExpectSameOrder(a, b);
+        }
+    }
+}
+
 TEST(LogicalKey, EqualOnlyWhereTheComparisonFindsNoDifference) {
     EXPECT_EQ(Key("IMG_0001"), Key("img_0001"));
     EXPECT_NE(Key("IMG_1"), Key("IMG_01"));

@@ -94,5 +94,46 @@ TEST_F(ListTest, BatchesListAsSingleAddsInAnyOrder) {
     }
 }
 
+TEST_F(ListTest, ReadsOfAFolderSplitBySubFoldersInterleave) {
+    // A folder read in pieces (its entries come in no order of name, and sub-folders named
+    // among its files are walked in between): later pieces place files between ones already
+    // listed, join siblings found in earlier pieces, and keep the position of the picture
+    // asked for, which becomes current while the rest still arrives.
+    settings::SubFoldersBrowsing.Set(1);
+    std::vector<std::string> expected;
+    for (int i = 0; i < 700; ++i) {
+        const std::string name = "p_" + std::to_string(i);
+        Touch(name + ".jpg");
+        if (i % 7 == 0) {
+            Touch(name + ".nef");
+        }
+        expected.push_back(name);
+    }
+    for (const char* sub : {"p_350", "p_100x", "p_0"}) {
+        for (int j = 0; j < 30; ++j) {
+            const std::string name = std::string(sub) + "/a_" + std::to_string(j);
+            Touch(name + ".jpg");
+            expected.push_back(name);
+        }
+    }
+    std::sort(expected.begin(), expected.end(), shell::LogicalLess{});
+    auto& list = Open(folder_ / "p_500.jpg");
+    const Listing scanned = ListingOf(list, folder_.Path());
+    EXPECT_EQ(scanned.keys, expected);
+    EXPECT_EQ(CurrentKey(), "p_500");
+    const auto current = std::find(scanned.keys.begin(), scanned.keys.end(), "p_500");
+    ASSERT_NE(current, scanned.keys.end());
+    EXPECT_EQ(list.Position(), static_cast<std::uint32_t>(current - scanned.keys.begin() + 1));
+    for (int i = 0; i < 700; i += 7) {
+        EXPECT_EQ(scanned.extensions.at("p_" + std::to_string(i)),
+                  (std::vector<std::string>{"jpg", "nef"}));
+    }
+    // Moves count the same positions.
+    EXPECT_NE(list.First(), nullptr);
+    EXPECT_EQ(list.Position(), 1u);
+    EXPECT_NE(list.Next(static_cast<std::uint32_t>(current - scanned.keys.begin())), nullptr);
+    EXPECT_EQ(CurrentKey(), "p_500");
+}
+
 }  // namespace
 }  // namespace orvanta::list

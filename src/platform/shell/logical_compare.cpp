@@ -1,6 +1,7 @@
 #include "platform/shell/logical_compare.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -152,23 +153,68 @@ int CompareLogical(std::string_view a, std::string_view b) {
     return zeroTie;
 }
 
-void AppendLogicalKey(std::string_view text, std::string& key) {
-    // Each piece starts with its kind, which orders pieces of different kinds as
-    // CompareLogical does: punctuation, then numbers, then letters; the end of the text, 0,
-    // comes before all of them (a prefix comes first). A piece's kind fixes its length.
-    constexpr char kEnd = 0;
-    constexpr char kSymbol = 1;
-    constexpr char kNumber = 2;
-    constexpr char kLetter = 3;
-    const auto appendBigEndian = [](std::string& to, std::uint32_t value, int bytes) {
-        for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
-            to.push_back(static_cast<char>((value >> shift) & 0xFF));
+namespace {
+
+// The bytes of a sort key. Each piece of the text starts with a byte that orders pieces of
+// different kinds as CompareLogical does: the end of the text first (a prefix comes first),
+// then punctuation, then numbers, then letters. Punctuation and ASCII letters take that one
+// byte alone, so a key is hardly longer than its text and sorts with short comparisons.
+constexpr unsigned char kKeyEnd = 0x00;
+constexpr unsigned char kKeySymbol = 0x01;       // + the character: 0x01 .. 0x80
+constexpr unsigned char kKeyNumber = 0x81;       // then its length and digits
+constexpr unsigned char kKeyAsciiLetter = 0x82;  // + the rank among 0-9, A-Z, a-z: .. 0xBF
+constexpr unsigned char kKeyLetter = 0xC0;       // then the folded code point in three bytes
+
+// What a folded code point below 0x80 becomes in a key: the ranks keep the order of the
+// code points among digits and letters.
+constexpr std::array<unsigned char, 128> MakeFoldedKeys() {
+    std::array<unsigned char, 128> keys{};
+    for (int c = 0; c < 128; ++c) {
+        if (c >= '0' && c <= '9') {
+            keys[c] = static_cast<unsigned char>(kKeyAsciiLetter + c - '0');
+        } else if (c >= 'A' && c <= 'Z') {
+            keys[c] = static_cast<unsigned char>(kKeyAsciiLetter + 10 + c - 'A');
+        } else if (c >= 'a' && c <= 'z') {
+            keys[c] = static_cast<unsigned char>(kKeyAsciiLetter + 36 + c - 'a');
+        } else {
+            keys[c] = static_cast<unsigned char>(kKeySymbol + c);
         }
-    };
+    }
+    return keys;
+}
+constexpr std::array<unsigned char, 128> kFoldedKeys = MakeFoldedKeys();
+
+// The same for an ASCII character of the text, which is folded first.
+constexpr std::array<unsigned char, 128> MakeAsciiKeys() {
+    std::array<unsigned char, 128> keys{};
+    for (int c = 0; c < 128; ++c) {
+        keys[c] = kFoldedKeys[c >= 'a' && c <= 'z' ? c - 32 : c];
+    }
+    return keys;
+}
+constexpr std::array<unsigned char, 128> kAsciiKeys = MakeAsciiKeys();
+
+// A count, in an order-preserving form: one byte below 255, else 255 and four bytes.
+void AppendCount(std::string& to, std::size_t count) {
+    if (count < 0xFF) {
+        to.push_back(static_cast<char>(count));
+        return;
+    }
+    to.push_back(static_cast<char>(0xFF));
+    const auto value = static_cast<std::uint32_t>(std::min<std::size_t>(count, 0xFFFFFFFF));
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        to.push_back(static_cast<char>((value >> shift) & 0xFF));
+    }
+}
+
+}  // namespace
+
+void AppendLogicalKey(std::string_view text, std::string& key) {
     // Leading zeros only break ties, after everything else: their counts go after the end.
     std::string zeros;
     std::size_t i = 0;
     while (i < text.size()) {
+        const auto byte = static_cast<unsigned char>(text[i]);
         if (IsDigit(text[i])) {
             std::size_t start = i;
             while (start < text.size() && text[start] == '0') {
@@ -180,30 +226,30 @@ void AppendLogicalKey(std::string_view text, std::string& key) {
             }
             // A longer number without its leading zeros is the larger one; numbers of one
             // length compare digit by digit.
-            key.push_back(kNumber);
-            appendBigEndian(key, static_cast<std::uint32_t>(end - start), 4);
+            key.push_back(static_cast<char>(kKeyNumber));
+            AppendCount(key, end - start);
             key.append(text.substr(start, end - start));
-            appendBigEndian(zeros, static_cast<std::uint32_t>(start - i), 4);
+            AppendCount(zeros, start - i);
             i = end;
             continue;
         }
-        const auto byte = static_cast<unsigned char>(text[i]);
-        char32_t folded = 0;
         if (byte < 0x80) {
-            folded = UpperAscii(byte);
+            key.push_back(static_cast<char>(kAsciiKeys[byte]));
             ++i;
-        } else {
-            folded = text::FoldCase(text::NextCodePoint(text, i));
+            continue;
         }
-        if (folded < 0x80 && IsSymbol(static_cast<char>(folded))) {
-            key.push_back(kSymbol);
-            key.push_back(static_cast<char>(folded));
+        const char32_t folded = text::FoldCase(text::NextCodePoint(text, i));
+        if (folded < 0x80) {
+            // Folded into ASCII (the Kelvin sign, the long s): keyed as that character is.
+            key.push_back(static_cast<char>(kFoldedKeys[folded]));
         } else {
-            key.push_back(kLetter);
-            appendBigEndian(key, static_cast<std::uint32_t>(folded), 3);
+            key.push_back(static_cast<char>(kKeyLetter));
+            for (int shift = 16; shift >= 0; shift -= 8) {
+                key.push_back(static_cast<char>((folded >> shift) & 0xFF));
+            }
         }
     }
-    key.push_back(kEnd);
+    key.push_back(static_cast<char>(kKeyEnd));
     key += zeros;
 }
 
