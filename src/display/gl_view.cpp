@@ -117,10 +117,8 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
     Overlay copied;
     Overlay badge;
 
-    // Loads a w x h part of `image` at (x, y) into `texture` (made when 0), into the storage
-    // it has when that is the same size: a software rasteriser clears and maps fresh storage
-    // page by page, which costs more than the copy itself.
-    void Load(GLuint& texture, QSize& storage, const QImage& image, int x, int y, int w, int h) {
+    // Binds `texture`, made first (edges clamped, no storage yet) when it is 0.
+    void Bind(GLuint& texture, QSize& storage) {
         if (texture == 0) {
             glGenTextures(1, &texture);
             glBindTexture(GL_TEXTURE_2D, texture);
@@ -130,6 +128,13 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         } else {
             glBindTexture(GL_TEXTURE_2D, texture);
         }
+    }
+
+    // Loads a w x h part of `image` at (x, y) into `texture` (made when 0), into the storage
+    // it has when that is the same size: a software rasteriser clears and maps fresh storage
+    // page by page, which costs more than the copy itself.
+    void Load(GLuint& texture, QSize& storage, const QImage& image, int x, int y, int w, int h) {
+        Bind(texture, storage);
         glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
         glPixelStorei(GL_UNPACK_ROW_LENGTH, static_cast<GLint>(image.bytesPerLine() / 4));
         glPixelStorei(GL_UNPACK_SKIP_PIXELS, x);
@@ -186,21 +191,14 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
     // Gives the fitted texture storage of `size` (kept when it has that size already) and
     // the framebuffer that reads it.
     void PrepareFitted(QSize size) {
-        if (fitted.texture == 0) {
-            glGenTextures(1, &fitted.texture);
-            glBindTexture(GL_TEXTURE_2D, fitted.texture);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
-            fitted.storage = {};
-        }
+        Bind(fitted.texture, fitted.storage);
         if (fitted.storage == size) {
             return;
         }
-        glBindTexture(GL_TEXTURE_2D, fitted.texture);
         // The unsized format, as in Load.
         glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, size.width(), size.height(), 0, GL_BGRA,
                      GL_UNSIGNED_INT_8_8_8_8_REV, nullptr);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
         fitted.storage = size;
         if (fitted.framebuffer == 0) {
             glGenFramebuffers(1, &fitted.framebuffer);
@@ -296,24 +294,17 @@ void GlView::Redraw() {
     // rate, and then draws again what a frame sent earlier already drew; the frame is drawn
     // as soon as the event loop comes round instead. A window not shown yet waits for its
     // update as usual.
-    if (!drawPosted_) {
-        drawPosted_ = true;
-        QMetaObject::invokeMethod(
-            this,
-            [this] {
-                drawPosted_ = false;
-                if (surface_ == nullptr) {
-                    return;
-                }
-                if (surface_->isExposed()) {
-                    QPaintEvent draw(QRect(QPoint(0, 0), surface_->size()));
-                    QCoreApplication::sendEvent(surface_, &draw);
-                } else {
-                    surface_->update();
-                }
-            },
-            Qt::QueuedConnection);
-    }
+    PostOnce(drawPosted_, [this] {
+        if (surface_ == nullptr) {
+            return;
+        }
+        if (surface_->isExposed()) {
+            QPaintEvent draw(QRect(QPoint(0, 0), surface_->size()));
+            QCoreApplication::sendEvent(surface_, &draw);
+        } else {
+            surface_->update();
+        }
+    });
 }
 
 QImage GlView::Screenshot() {

@@ -239,7 +239,6 @@ void PictureView::SetPicture(std::shared_ptr<const decode::DecodedPicture> pictu
         geometry_.SetViewOwned(false, false);
         geometry_.SetPicture(image_.width(), image_.height(), captured_);
     }
-    PictureChanged();
     UpdateCursor();
     Redraw();
 }
@@ -252,7 +251,6 @@ void PictureView::ShowStartPicture(const QString& caption) {
     errorPicture_ = false;
     caption_ = caption;
     geometry_.SetViewOwned(true, !caption.isEmpty());
-    PictureChanged();
     UpdateCursor();
     Redraw();
 }
@@ -264,7 +262,6 @@ void PictureView::ShowErrorPicture() {
     startPicture_ = false;
     errorPicture_ = true;
     geometry_.SetViewOwned(true, false);
-    PictureChanged();
     UpdateCursor();
     Redraw();
 }
@@ -356,17 +353,22 @@ void PictureView::NotePainted(const QRect& destination) {
     ++paints_;
     // Not before the frame is out, which happens when the paint returns (the copy to the
     // screen, a buffer swap): the reduction's thread would compete with it for the processor.
-    if (!reductionPosted_) {
-        reductionPosted_ = true;
-        QMetaObject::invokeMethod(
-            this,
-            [this] {
-                reductionPosted_ = false;
-                StartReduction();
-            },
-            Qt::QueuedConnection);
-    }
+    PostOnce(reductionPosted_, [this] { StartReduction(); });
     emit Painted();
+}
+
+void PictureView::PostOnce(bool& posted, std::function<void()> call) {
+    if (posted) {
+        return;
+    }
+    posted = true;
+    QMetaObject::invokeMethod(
+        this,
+        [&posted, call = std::move(call)] {
+            posted = false;
+            call();
+        },
+        Qt::QueuedConnection);
 }
 
 // --- cursor ----------------------------------------------------------------------------

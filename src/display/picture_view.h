@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include <QImage>
@@ -111,9 +112,10 @@ signals:
     void DisplayFailed();
 
 protected:
-    // The presenter learns of a new picture (upload it).
-    virtual void PictureChanged() {}
     void NotePainted(const QRect& destination);
+    // Calls `call` when the event loop comes round, unless a call under the same flag is on
+    // its way already. `posted` is a member of this view (it must live as long as the view).
+    void PostOnce(bool& posted, std::function<void()> call);
 
     // A picture much larger than its destination is drawn from a copy reduced to exactly the
     // destination's size, made with smoothing on a pool thread after the first frame of a
