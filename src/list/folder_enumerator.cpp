@@ -453,7 +453,12 @@ bool FolderEnumerator::ReadEvents(std::span<char> buffer) {
             }
             FileFeedRecord record;
             record.path = (folder / name).string();
-            ReadFileTimes(record);
+            if (!ReadFileTimes(record) && errno == ENOENT) {
+                // Renamed or deleted again before its event was read (as the rating prefix
+                // does to a picture rated twice in a row): feeding it would list a file that
+                // is not there.
+                continue;
+            }
             queue_.Push(std::move(record));
         }
         if (overflow) {
