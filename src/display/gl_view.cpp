@@ -95,7 +95,7 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         GLuint framebuffer = 0;  // reads the texture for the blit
         QSize storage;
         const void* key = nullptr;  // the picture it holds
-        bool smooth = false;        // the smooth reduction (else the quick one)
+        qint64 smooth = 0;          // the smooth reduction it holds (its cache key; 0: quick)
     };
     struct Overlay {
         GLuint texture = 0;
@@ -103,6 +103,7 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         QString text;  // the caption drawn into it
     };
     Fitted fitted;
+    Fitted ahead;  // the prepared picture's smooth reduction, loaded while the view was idle
     QImage quick;  // the quick reduction's storage, reused from picture to picture
 
     QOpenGLShaderProgram program;
@@ -179,38 +180,41 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         }
         tiles.clear();
         key = nullptr;
-        if (fitted.texture != 0) {
-            glDeleteTextures(1, &fitted.texture);
-        }
-        if (fitted.framebuffer != 0) {
-            glDeleteFramebuffers(1, &fitted.framebuffer);
-        }
-        fitted = {};
     }
 
-    // Gives the fitted texture storage of `size` (kept when it has that size already) and
-    // the framebuffer that reads it.
-    void PrepareFitted(QSize size) {
-        Bind(fitted.texture, fitted.storage);
-        if (fitted.storage == size) {
+    void DropFitted(Fitted& f) {
+        if (f.texture != 0) {
+            glDeleteTextures(1, &f.texture);
+        }
+        if (f.framebuffer != 0) {
+            glDeleteFramebuffers(1, &f.framebuffer);
+        }
+        f = {};
+    }
+
+    // Gives `f` storage of `size` (kept when it has that size already) and the framebuffer
+    // that reads it.
+    void PrepareFitted(Fitted& f, QSize size) {
+        Bind(f.texture, f.storage);
+        if (f.storage == size) {
             return;
         }
         // The unsized format, as in Load.
         glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, size.width(), size.height(), 0, GL_BGRA,
                      GL_UNSIGNED_INT_8_8_8_8_REV, nullptr);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, 0);
-        fitted.storage = size;
-        if (fitted.framebuffer == 0) {
-            glGenFramebuffers(1, &fitted.framebuffer);
+        f.storage = size;
+        if (f.framebuffer == 0) {
+            glGenFramebuffers(1, &f.framebuffer);
         }
-        glBindFramebuffer(GL_READ_FRAMEBUFFER, fitted.framebuffer);
-        glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D,
-                               fitted.texture, 0);
+        glBindFramebuffer(GL_READ_FRAMEBUFFER, f.framebuffer);
+        glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, f.texture,
+                               0);
     }
 
-    // Loads rows [first, first + count) of `image`, the size of the fitted storage.
-    void LoadFittedRows(const QImage& image, int first, int count) {
-        glBindTexture(GL_TEXTURE_2D, fitted.texture);
+    // Loads rows [first, first + count) of `image`, the size of `f`'s storage.
+    void LoadFittedRows(const Fitted& f, const QImage& image, int first, int count) {
+        glBindTexture(GL_TEXTURE_2D, f.texture);
         glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
         glPixelStorei(GL_UNPACK_ROW_LENGTH, static_cast<GLint>(image.bytesPerLine() / 4));
         glTexSubImage2D(GL_TEXTURE_2D, 0, 0, first, image.width(), count, GL_BGRA,
@@ -218,12 +222,12 @@ struct GlView::Resources : QOpenGLFunctions_3_3_Core {
         glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
     }
 
-    // Loads the reduction `image` of the picture `picture` into the fitted texture.
-    void LoadFitted(const void* picture, const QImage& image, bool smooth) {
-        PrepareFitted(image.size());
-        LoadFittedRows(image, 0, image.height());
-        fitted.key = picture;
-        fitted.smooth = smooth;
+    // Loads the smooth reduction `image` of the picture `picture` into `f`.
+    void LoadFitted(Fitted& f, const void* picture, const QImage& image) {
+        PrepareFitted(f, image.size());
+        LoadFittedRows(f, image, 0, image.height());
+        f.key = picture;
+        f.smooth = image.cacheKey();
     }
 
     void Quad(const QRectF& destination, const QRectF& uv) {
@@ -358,6 +362,7 @@ void GlView::Initialize() {
             gl_->tiles.clear();
             gl_->key = nullptr;
             gl_->fitted = {};
+            gl_->ahead = {};
             gl_->caption = {};
             gl_->copied = {};
             gl_->badge = {};
@@ -395,9 +400,7 @@ void GlView::Upload(const void* key, const QImage& source) {
         std::equal(rects.begin(), rects.end(), gl.tiles.begin(),
                    [](const QRect& r, const Resources::Tile& t) { return r == t.rect; });
     if (!same) {
-        const Resources::Fitted fitted = std::exchange(gl.fitted, {});
         gl.DropTiles();
-        gl.fitted = fitted;
         gl.tiles.resize(rects.size());
     }
     gl.mipmaps = settings::MultiSampling.On();
@@ -431,15 +434,27 @@ double GlView::UploadWhole() {
     return lastUploadMs_;
 }
 
+void GlView::ReductionPrepared(const QImage& reduction) {
+    if (!gl_->ready || resetPending_ || surface_->context() == nullptr || !surface_->isExposed()) {
+        return;  // the step will load it then
+    }
+    surface_->makeCurrent();
+    gl_->LoadFitted(gl_->ahead, nullptr, reduction);
+    surface_->doneCurrent();
+}
+
 void GlView::ReleaseTextures() {
     if (!gl_->ready || surface_ == nullptr || surface_->context() == nullptr) {
         gl_->tiles.clear();
         gl_->key = nullptr;
         gl_->fitted = {};
+        gl_->ahead = {};
         return;
     }
     surface_->makeCurrent();
     gl_->DropTiles();
+    gl_->DropFitted(gl_->fitted);
+    gl_->DropFitted(gl_->ahead);
     gl_->DropOverlay(gl_->caption);
     gl_->DropOverlay(gl_->copied);
     gl_->DropOverlay(gl_->badge);
@@ -531,18 +546,25 @@ void GlView::Paint() {
         // smooth one when it has come, else a quick one made now.
         const QImage& smooth = SmoothReduction(target);
         const bool current = gl.fitted.key == key && gl.fitted.storage == target;
-        if (!smooth.isNull() && !(current && gl.fitted.smooth)) {
-            gl.LoadFitted(key, smooth, true);
+        if (!smooth.isNull() && !(current && gl.fitted.smooth == smooth.cacheKey())) {
+            if (gl.ahead.smooth == smooth.cacheKey() && gl.ahead.storage == target) {
+                // The prepared picture, loaded while the view was idle.
+                std::swap(gl.fitted, gl.ahead);
+                gl.fitted.key = key;
+                ++aheadTaken_;
+            } else {
+                gl.LoadFitted(gl.fitted, key, smooth);
+            }
         } else if (smooth.isNull() && !current) {
             // Each band of rows goes to the texture as soon as it is made, while the pool
             // thread makes the next.
-            gl.PrepareFitted(target);
+            gl.PrepareFitted(gl.fitted, target);
             gl.fitted.key = nullptr;
             if (QuickReduction(picture, target, gl.quick, [&gl](int first, int count) {
-                    gl.LoadFittedRows(gl.quick, first, count);
+                    gl.LoadFittedRows(gl.fitted, gl.quick, first, count);
                 })) {
                 gl.fitted.key = key;
-                gl.fitted.smooth = false;
+                gl.fitted.smooth = 0;
             }
         }
         const qreal ratio = surface_->devicePixelRatio();

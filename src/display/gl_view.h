@@ -5,8 +5,10 @@
 // drawn one to one. Zoomed in, or when not much reduced, the picture itself is uploaded once
 // as textures, in tiles when it is larger than the driver's texture limit, with mipmaps when
 // multi-sampling is on, into the storage of the last picture's textures when the size is the
-// same. Each frame clears to black and draws the planned source rectangle into the
-// destination as textured quads, then the caption box and the stamps blended over it.
+// same. The smooth reduction of the picture ahead, prepared while the view is idle, is loaded
+// into a second texture then, so that the step to it uploads nothing. Each frame clears to black
+// and draws the planned source rectangle into the destination as textured quads, then the caption
+// box and the stamps blended over it.
 //
 // A lost context (a reset reported by the driver, an invalid context, or the test hook) is
 // survived once: the frame stays black, the textures are dropped and made again 250 ms
@@ -43,6 +45,8 @@ public:
     void SetMaxTileSize(int size) { tileLimit_ = size; }
     int TileCount() const;
     int LostCount() const { return lostCount_; }
+    // Frames that drew a prepared picture from the texture loaded while the view was idle.
+    int AheadTaken() const { return aheadTaken_; }
     // Time of the last picture upload in milliseconds (finished on the device when
     // `measure` is on).
     void SetMeasureUploads(bool measure) { measureUploads_ = measure; }
@@ -52,6 +56,7 @@ public:
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    void ReductionPrepared(const QImage& reduction) override;
 
 private:
     friend class GlSurface;
@@ -72,6 +77,7 @@ private:
     QTimer recover_;
     int tileLimit_ = 0;
     int lostCount_ = 0;
+    int aheadTaken_ = 0;
     bool resetPending_ = false;
     bool simulatedLoss_ = false;
     bool measureUploads_ = false;

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 #include <QCoreApplication>
 #include <QCursor>
@@ -230,6 +231,16 @@ void PictureView::SetPicture(std::shared_ptr<const decode::DecodedPicture> pictu
     SetCheckPoint(240);
     ForgetReduction();
     picture_ = std::move(picture);
+    if (picture_ != nullptr && prepared_.picture.lock() == picture_) {
+        // The prepared picture: its reduction is taken as it is, or when it comes.
+        if (!prepared_.image.isNull()) {
+            reduced_ = std::exchange(prepared_, {}).image;
+            reducedSize_ = reduced_.size();
+        } else {
+            prepared_.adoptedAt = generation_;
+            reducing_ = true;
+        }
+    }
     startPicture_ = false;
     errorPicture_ = false;
     image_ = picture_ ? WrapPicture(*picture_) : QImage();
@@ -245,6 +256,7 @@ void PictureView::SetPicture(std::shared_ptr<const decode::DecodedPicture> pictu
 
 void PictureView::ShowStartPicture(const QString& caption) {
     ForgetReduction();
+    prepared_ = {};  // the folder was closed
     picture_.reset();
     image_ = {};
     startPicture_ = true;
@@ -353,7 +365,7 @@ void PictureView::NotePainted(const QRect& destination) {
     ++paints_;
     // Not before the frame is out, which happens when the paint returns (the copy to the
     // screen, a buffer swap): the reduction's thread would compete with it for the processor.
-    PostOnce(reductionPosted_, [this] { StartReduction(); });
+    PostOnce(reductionPosted_, [this] { AfterFrame(); });
     emit Painted();
 }
 
@@ -647,42 +659,120 @@ const QImage& PictureView::SmoothReduction(const QSize& size) const {
     return reducedSize_ == size ? reduced_ : none;
 }
 
-void PictureView::StartReduction() {
-    const QImage source = image_;
-    if (reducing_ || source.isNull() || width() <= 0 || height() <= 0) {
-        return;  // one at a time: when it comes, the next is started if the size changed
-    }
-    const QSize target = ReductionTarget(Plan(width(), height()), geometry_.Zoomed());
-    if (target.isEmpty() || target == reducedSize_) {
+void PictureView::AfterFrame() {
+    if (image_.isNull() || width() <= 0 || height() <= 0) {
         return;
     }
-    // The job keeps the picture alive; the result is dropped when another picture came.
-    const auto picture = picture_;
-    const std::uint64_t generation = generation_;
-    reducing_ = true;
-    // The view may go while the job runs: the pointer is looked at only on the view's thread,
-    // where the result is handed over through the application object.
-    QPointer<PictureView> self(this);
-    QThreadPool::globalInstance()->start([picture, source, target, generation, self] {
-        QImage reduced = source.scaled(target, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-        QCoreApplication* application = QCoreApplication::instance();
-        if (application == nullptr) {
-            return;
+    const QSize target = ReductionTarget(Plan(width(), height()), geometry_.Zoomed());
+    if (reducing_) {
+        return;  // one at a time: when it comes, the next is started if the size changed
+    }
+    if (target.isEmpty() || target == reducedSize_) {
+        if (settledGeneration_ != generation_ || settledSize_ != size()) {
+            settledGeneration_ = generation_;
+            settledSize_ = size();
+            emit Settled();
         }
-        QMetaObject::invokeMethod(
-            application,
-            [self, reduced = std::move(reduced), target, generation] {
-                if (!self || self->generation_ != generation) {
-                    return;
-                }
-                self->reducing_ = false;
-                self->reduced_ = reduced;
-                self->reducedSize_ = target;
-                self->Redraw();
-                self->StartReduction();
-            },
-            Qt::QueuedConnection);
+        return;
+    }
+    reducing_ = true;
+    const std::uint64_t generation = generation_;
+    Reduce(picture_, image_, target, [generation, target](PictureView& view, QImage reduced) {
+        if (view.generation_ != generation) {
+            return;  // another picture came
+        }
+        view.reducing_ = false;
+        view.reduced_ = std::move(reduced);
+        view.reducedSize_ = target;
+        view.Redraw();
     });
+}
+
+void PictureView::Reduce(std::shared_ptr<const decode::DecodedPicture> picture,
+                         const QImage& source, QSize target,
+                         std::function<void(PictureView&, QImage)> done) {
+    // The job keeps the picture alive. The view may go while it runs: the pointer is looked
+    // at only on the view's thread, where the result is handed over through the application
+    // object.
+    QPointer<PictureView> self(this);
+    QThreadPool::globalInstance()->start(
+        [picture = std::move(picture), source, target, self, done = std::move(done)] {
+            QImage reduced = source.scaled(target, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+            QCoreApplication* application = QCoreApplication::instance();
+            if (application == nullptr) {
+                return;
+            }
+            QMetaObject::invokeMethod(
+                application,
+                [self, reduced = std::move(reduced), done] {
+                    if (self) {
+                        done(*self, reduced);
+                    }
+                },
+                Qt::QueuedConnection);
+        });
+}
+
+QSize PictureView::TargetFor(const decode::DecodedPicture& picture) {
+    DrawPlan plan;
+    plan.decoded = true;
+    ViewGeometry geometry = geometry_;
+    geometry.SetViewOwned(false, false);
+    geometry.SetPicture(static_cast<int>(picture.width), static_cast<int>(picture.height),
+                        captured_);
+    plan.layout = geometry.ComputeLayout(ViewRect{0, 0, width(), height()});
+    return ReductionTarget(plan, geometry.Zoomed());
+}
+
+void PictureView::Prepare(std::shared_ptr<const decode::DecodedPicture> next) {
+    if (next == nullptr || next == picture_ || width() <= 0 || height() <= 0 ||
+        (prepared_.adoptedAt != 0 && prepared_.adoptedAt == generation_)) {
+        return;  // nothing to do, or the one being made is the current picture's reduction
+    }
+    const QImage source = WrapPicture(*next);
+    const QSize target = source.isNull() ? QSize() : TargetFor(*next);
+    if (prepared_.picture.lock() == next && prepared_.size == target) {
+        return;  // made, or on its way
+    }
+    prepared_ = {};
+    if (target.isEmpty()) {
+        return;
+    }
+    prepared_.picture = next;
+    prepared_.size = target;
+    prepared_.ticket = ++tickets_;
+    const std::uint64_t ticket = prepared_.ticket;
+    Reduce(std::move(next), source, target, [ticket](PictureView& view, QImage reduced) {
+        view.PreparedCame(ticket, std::move(reduced));
+    });
+}
+
+void PictureView::PreparedCame(std::uint64_t ticket, QImage reduced) {
+    if (prepared_.ticket != ticket) {
+        return;  // prepared again since
+    }
+    if (prepared_.adoptedAt != 0) {
+        // It was shown while being made: it is the current picture's reduction, unless the
+        // view moved on again.
+        const bool current = prepared_.adoptedAt == generation_;
+        prepared_ = {};
+        if (current) {
+            reducing_ = false;
+            reduced_ = std::move(reduced);
+            reducedSize_ = reduced_.size();
+            Redraw();
+        }
+        return;
+    }
+    prepared_.image = std::move(reduced);
+    ReductionPrepared(prepared_.image);
+}
+
+const decode::DecodedPicture* PictureView::PreparedPicture(bool made) const {
+    if (made && prepared_.image.isNull()) {
+        return nullptr;
+    }
+    return prepared_.picture.lock().get();
 }
 
 }  // namespace orvanta::display

@@ -71,6 +71,14 @@ public:
     bool ShowsMarkBadge() const;
     // The actual-size command.
     void ToggleActualSize();
+    // The picture a step in the direction of travel will most likely show: while the view is
+    // idle its smooth reduction to the size it will be shown at is made on a pool thread, so
+    // that its first frame is already smooth and needs no reduction then (the accelerated
+    // view loads it into a texture of its own as well). Replaces what was prepared before;
+    // nothing is made for a picture that will be drawn from its own pixels.
+    void Prepare(std::shared_ptr<const decode::DecodedPicture> next);
+    // The picture prepared (`made`: only once its reduction came), or none (tests).
+    const decode::DecodedPicture* PreparedPicture(bool made) const;
 
     const std::shared_ptr<const decode::DecodedPicture>& Picture() const { return picture_; }
     const ViewGeometry& Geometry() const { return geometry_; }
@@ -110,6 +118,9 @@ signals:
     void KeepRequested();
     // The accelerated drawing failed twice in a row; the frame restarts without it.
     void DisplayFailed();
+    // The current picture's frame is out and the reduction it needs, if any, has come: the
+    // view is idle until the next input (once per picture and view size).
+    void Settled();
 
 protected:
     void NotePainted(const QRect& destination);
@@ -126,6 +137,9 @@ protected:
     // The smooth reduction of the current picture to `size`, or a null image until it came;
     // each painted frame starts the one its layout needs.
     const QImage& SmoothReduction(const QSize& size) const;
+    // The smooth reduction of the prepared picture came; it becomes SmoothReduction's image
+    // (the same QImage::cacheKey) if that picture is shown next at this size.
+    virtual void ReductionPrepared(const QImage& /*reduction*/) {}
 
     bool event(QEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
@@ -142,9 +156,26 @@ protected:
     QString caption_;
 
 private:
-    // Starts making the reduction the current layout needs unless it is there or on its way.
-    void StartReduction();
+    // A reduction made on the pool: the prepared picture's, or the current one's.
+    struct Reduction {
+        std::weak_ptr<const decode::DecodedPicture> picture;
+        QSize size;
+        QImage image;                 // null while it is being made
+        std::uint64_t ticket = 0;     // tells a late result from the one awaited
+        std::uint64_t adoptedAt = 0;  // the generation that showed it while it was made
+    };
+
+    // After each frame: starts making the reduction the current layout needs unless it is
+    // there or on its way, or says the view settled.
+    void AfterFrame();
     void ForgetReduction();
+    // The size `picture` would be reduced to if it were shown now (empty: not reduced).
+    QSize TargetFor(const decode::DecodedPicture& picture);
+    // Makes `source` reduced to `target` on a pool thread and hands it to `done` on this
+    // thread, unless the view went meanwhile.
+    void Reduce(std::shared_ptr<const decode::DecodedPicture> picture, const QImage& source,
+                QSize target, std::function<void(PictureView&, QImage)> done);
+    void PreparedCame(std::uint64_t ticket, QImage reduced);
     void UpdateOptions();
     void UpdateCursor();
     void ShowCursor();
@@ -175,6 +206,10 @@ private:
     bool reducing_ = false;         // a reduction of the current picture is being made
     bool reductionPosted_ = false;  // a look at whether one is needed will come
     std::uint64_t generation_ = 0;  // counts the pictures shown, to drop a late reduction
+    Reduction prepared_;
+    std::uint64_t tickets_ = 0;
+    std::uint64_t settledGeneration_ = 0;
+    QSize settledSize_;
 };
 
 // Wraps a decoded picture's pixels in a QImage without copying; null for formats the view

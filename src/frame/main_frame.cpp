@@ -35,6 +35,10 @@ namespace {
 
 constexpr int kMainAccelerators = 102;
 constexpr int kWaitTimeoutMs = 60'000;
+// How often and how long the frame looks whether the picture ahead has been decoded.
+constexpr int kAheadLookMs = 50;
+constexpr int kAheadLooks = 60;
+constexpr qint64 kWindowRefreshMs = 5000;
 
 QString Text(int id) {
     const std::string_view text = i18n::Text(id);
@@ -109,6 +113,16 @@ MainFrame::MainFrame(std::uint32_t workers, QWidget* parent, bool accelerated)
             panel_->hide();
         }
     });
+    windowRefresh_.setSingleShot(true);
+    connect(&windowRefresh_, &QTimer::timeout, this, [this] {
+        lastWindowRefresh_.start();
+        cache_->Replan(false);
+        aheadLooks_ = 0;
+        PrepareAhead();
+    });
+    aheadTimer_.setSingleShot(true);
+    aheadTimer_.setInterval(kAheadLookMs);
+    connect(&aheadTimer_, &QTimer::timeout, this, &MainFrame::PrepareAhead);
     ConnectView();
     timer8_.setSingleShot(true);
     timer8_.setInterval(1);
@@ -145,6 +159,39 @@ void MainFrame::ConnectView() {
     connect(view_, &display::PictureView::KeepRequested, this, [] { QApplication::beep(); });
     connect(view_, &display::PictureView::DisplayFailed, this, &MainFrame::DisplayFailed,
             Qt::QueuedConnection);
+    connect(view_, &display::PictureView::Settled, this, [this] {
+        aheadLooks_ = 0;
+        PrepareAhead();
+    });
+}
+
+void MainFrame::PrepareAhead() {
+    std::shared_ptr<const decode::DecodedPicture> ahead;
+    bool decoding = false;
+    list_->VisitWindow([&](const list::ListWindow& window) {
+        const list::PictureEntry* current = window.Current();
+        if (current == nullptr || window.Count() < 2) {
+            return;
+        }
+        list::PictureEntry* next = window.Neighbour(*current, forward_);
+        // A worker holds the lock for the whole decode: busy means not decoded yet.
+        std::unique_lock lock(next->decodeLock, std::try_to_lock);
+        if (!lock.owns_lock()) {
+            decoding = true;
+            return;
+        }
+        ahead = next->decodedPicture;
+        // Not decoded yet, unless its decode failed.
+        decoding = ahead == nullptr && next->decodeResult >= 0;
+    });
+    if (ahead != nullptr) {
+        aheadTimer_.stop();
+        view_->Prepare(std::move(ahead));
+    } else if (decoding && ++aheadLooks_ < kAheadLooks) {
+        aheadTimer_.start();
+    } else {
+        aheadTimer_.stop();
+    }
 }
 
 void MainFrame::DisplayFailed() {
@@ -317,6 +364,8 @@ void MainFrame::RunCommand(int command, int param, bool fromAccelerator) {
     if (entry == nullptr) {
         return;
     }
+    forward_ = command != Command::kPrevious && command != Command::kPreviousTen &&
+               command != Command::kPreviousFile && command != Command::kLast;
     ShowCurrent(entry, fromAccelerator || param == Command::kFirstPicture);
     if (trace_) {
         std::fprintf(stderr, "orvanta: command %d to picture shown %.2f ms\n", command,
@@ -325,6 +374,7 @@ void MainFrame::RunCommand(int command, int param, bool fromAccelerator) {
 }
 
 void MainFrame::ShowCurrent(list::PictureEntry* entry, bool startTimer6) {
+    aheadTimer_.stop();
     decode::WaitRequest wait;
     wait.timeout = std::chrono::milliseconds(kWaitTimeoutMs);
     const Result result = decode::WaitForPicture(*entry, wait, this);
@@ -429,8 +479,14 @@ void MainFrame::ListGrew464(std::uint32_t count, std::uint32_t delay) {
             if (count == 0) {
                 QTimer::singleShot(static_cast<int>(delay), this,
                                    [this] { RunCommand(Command::kNext, Command::kFirstPicture); });
-            } else {
-                cache_->Replan(true);
+            } else if (!windowRefresh_.isActive()) {
+                // The first picture became current while the list held only the first few
+                // files, so its window was cut short: the decodes it lacks are queued now, and
+                // again at most every 5 s while the list keeps growing.
+                const qint64 since =
+                    lastWindowRefresh_.isValid() ? lastWindowRefresh_.elapsed() : kWindowRefreshMs;
+                windowRefresh_.start(
+                    static_cast<int>(std::max<qint64>(0, kWindowRefreshMs - since)));
             }
         },
         Qt::QueuedConnection);

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QTimer>
 
@@ -143,6 +144,9 @@ private:
     void RefreshCaptionAndStatus();
     void ShowPanel();
     void ConnectView();
+    // Hands the view the picture a step in the direction of travel will show, once it is
+    // decoded, so that the view prepares its first frame while idle.
+    void PrepareAhead();
     void DisplayFailed();
     void RunMarkCommand(int command);
     void SpeakMarks();
@@ -160,10 +164,15 @@ private:
     QLabel* fileLabel_ = nullptr;
     QLabel* statusLabel_ = nullptr;
     QLabel* modeLabel_ = nullptr;
-    QTimer timer2_;  // caption and status refresh
-    QTimer timer4_;  // a new shot becomes current
-    QTimer timer6_;  // hides the bottom panel
-    QTimer timer8_;  // advances after a rating
+    QTimer timer2_;         // caption and status refresh
+    QTimer timer4_;         // a new shot becomes current
+    QTimer timer6_;         // hides the bottom panel
+    QTimer timer8_;         // advances after a rating
+    QTimer aheadTimer_;     // looks again whether the picture ahead was decoded
+    QTimer windowRefresh_;  // queues the decodes the grown list adds to the window
+    QElapsedTimer lastWindowRefresh_;
+    int aheadLooks_ = 0;
+    bool forward_ = true;  // the direction of travel
     std::unique_ptr<marks::MarkWriter> markWriter_;
     QTextToSpeech* speech_ = nullptr;
     CaptionState caption_;

@@ -175,6 +175,35 @@ TEST_F(GlViewTest, CaptionAndStamps) {
     EXPECT_LT(Compare(gl_->Screenshot().copy(stamp), gl.copy(stamp), 40).within, 0.5);
 }
 
+// The picture ahead is drawn at its step from the texture loaded while the view was idle,
+// and only a texture holding that very picture is taken.
+TEST_F(GlViewTest, PreparedPictureComesFromItsOwnTexture) {
+    ShowBoth(PatternPicture(2400, 1800, 5));
+    const auto next = PatternPicture(2400, 1800, 17);
+    const auto flat = test::FlatPicture(2400, 1800);
+    gl_->Prepare(next);
+    ASSERT_TRUE(PumpUntil([&] { return gl_->PreparedPicture(true) == next.get(); }));
+    gl_->SetPicture(next);
+    QImage shot = gl_->Screenshot();
+    Keep(shot, "prepared");
+    EXPECT_EQ(gl_->AheadTaken(), 1);
+    EXPECT_EQ(Compare(shot, test::Smooth(*next, {800, 600}), 0).within, 1.0);
+
+    // Another picture of the same size is not drawn from it.
+    gl_->Prepare(flat);
+    ASSERT_TRUE(PumpUntil([&] { return gl_->PreparedPicture(true) == flat.get(); }));
+    const auto other = PatternPicture(2400, 1800, 40);
+    gl_->SetPicture(other);
+    shot = gl_->Screenshot();
+    EXPECT_EQ(gl_->AheadTaken(), 1);
+    EXPECT_GT(Compare(shot, test::Smooth(*other, {800, 600}), 60).within, 0.9);
+    // The prepared one still is, once its step comes.
+    gl_->SetPicture(flat);
+    shot = gl_->Screenshot();
+    EXPECT_EQ(gl_->AheadTaken(), 2);
+    EXPECT_EQ(Compare(shot, test::Smooth(*flat, {800, 600}), 0).within, 1.0);
+}
+
 // One lost context leaves a black frame and comes back by itself; a second loss before a
 // frame was drawn again gives up.
 TEST_F(GlViewTest, ContextLoss) {

@@ -2,6 +2,7 @@
 // region differs, so that a shifted or scaled drawing shows.
 #pragma once
 
+#include <algorithm>
 #include <memory>
 
 #include <QElapsedTimer>
@@ -9,6 +10,7 @@
 #include <QThread>
 
 #include "decode/decoded_picture.h"
+#include "display/picture_view.h"
 #include "frame/frame_app.h"
 
 namespace orvanta::display::test {
@@ -37,6 +39,23 @@ inline std::shared_ptr<const decode::DecodedPicture> PatternPicture(int width, i
     picture->height = static_cast<std::uint32_t>(height);
     picture->sourceBitsPerPixel = 24;
     return picture;
+}
+
+// A picture of one colour, the size of a pattern picture but nothing like it.
+inline std::shared_ptr<const decode::DecodedPicture> FlatPicture(int width, int height) {
+    auto picture = std::const_pointer_cast<decode::DecodedPicture>(PatternPicture(width, height));
+    for (int y = 0; y < height; ++y) {
+        auto* row = reinterpret_cast<std::uint32_t*>(picture->pixels.Row(y));
+        std::fill(row, row + width, 0xFF30A050u);
+    }
+    return picture;
+}
+
+// The view's smooth reduction of `picture` to `size`, as the screen shows it.
+inline QImage Smooth(const decode::DecodedPicture& picture, QSize size) {
+    return WrapPicture(picture)
+        .scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+        .convertToFormat(QImage::Format_RGB32);
 }
 
 template <typename Done>

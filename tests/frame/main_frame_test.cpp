@@ -142,5 +142,40 @@ TEST_F(MainFrameTest, ClosingSavesTheSession) {
     settings::ReuseLastPictureFolder.Set(0);
 }
 
+// While the view rests, the decoded picture ahead in the direction of travel is handed to it
+// to prepare, and the step to it shows that very picture; pictures the list gains after the
+// first one was shown are decoded ahead too, without waiting for a move.
+TEST_F(MainFrameTest, PictureAheadFollowsTheDirectionOfTravel) {
+    TempFolder shoot;
+    orvanta::test::WriteFile(shoot / "d1.jpg", orvanta::test::MakeJpeg(1800, 1350));
+    ASSERT_TRUE(frame_->OpenFolder(shoot.Path().string()));
+    ASSERT_TRUE(PumpUntil([&] { return frame_->View().Picture() != nullptr; }));
+    ASSERT_TRUE(PumpUntil([&] { return frame_->List().ScanComplete(); }));
+    auto& view = frame_->View();
+    for (const char* name : {"d2.jpg", "d3.jpg", "d4.jpg"}) {
+        orvanta::test::WriteFile(shoot / name, orvanta::test::MakeJpeg(1800, 1350));
+    }
+    ASSERT_TRUE(PumpUntil([&] { return frame_->List().Count() == 4; }));
+    ASSERT_TRUE(PumpUntil([&] { return view.PreparedPicture(true) != nullptr; }));
+    const auto* ahead = view.PreparedPicture(true);
+    frame_->RunCommand(Command::kNext, 0, true);
+    EXPECT_EQ(frame_->List().Position(), 2u);
+    EXPECT_EQ(view.Picture().get(), ahead);
+
+    frame_->RunCommand(Command::kNext, 0, true);
+    ASSERT_TRUE(PumpUntil([&] { return view.PreparedPicture(true) != nullptr; }));
+    const auto* fourth = view.PreparedPicture(true);
+    frame_->RunCommand(Command::kPrevious, 0, true);
+    EXPECT_EQ(frame_->List().Position(), 2u);
+    // Now travelling backwards: the picture before is the one made ready.
+    ASSERT_TRUE(PumpUntil([&] {
+        return view.PreparedPicture(true) != nullptr && view.PreparedPicture(true) != fourth;
+    }));
+    ahead = view.PreparedPicture(true);
+    frame_->RunCommand(Command::kPrevious, 0, true);
+    EXPECT_EQ(frame_->List().Position(), 1u);
+    EXPECT_EQ(view.Picture().get(), ahead);
+}
+
 }  // namespace
 }  // namespace orvanta::frame
