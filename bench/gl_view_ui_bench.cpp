@@ -47,6 +47,9 @@ bool WaitPresented(orvanta::display::PictureView& view, std::uint64_t before) {
     while (view.PresentCount() == before && clock.elapsed() < 30'000) {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
     }
+    // A round trip to the display server: the copy of the frame into the screen, sent by the
+    // buffer swap or the backing store's flush, has been carried out when it returns.
+    QGuiApplication::sync();
     return view.PresentCount() != before;
 }
 

@@ -279,7 +279,7 @@ GlView::~GlView() {
 
 void GlView::CreateSurface() {
     surface_ = new GlSurface(this);
-    connect(surface_, &QOpenGLWindow::frameSwapped, this, [this] { ++presents_; });
+    connect(surface_, &QOpenGLWindow::frameSwapped, this, [this] { ++swaps_; });
     container_ = QWidget::createWindowContainer(surface_, this);
     container_->setAttribute(Qt::WA_TransparentForMouseEvents);
     container_->setFocusPolicy(Qt::NoFocus);

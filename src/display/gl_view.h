@@ -38,7 +38,7 @@ public:
     QImage Screenshot() override;
     bool Accelerated() const override { return true; }
     void Redraw() override;
-    std::uint64_t PresentCount() const override { return presents_; }
+    std::uint64_t PresentCount() const override { return swaps_; }
 
     // Hooks for tests and benchmarks.
     void SimulateContextLoss() { simulatedLoss_ = true; }
@@ -83,7 +83,7 @@ private:
     bool measureUploads_ = false;
     bool drawPosted_ = false;
     double lastUploadMs_ = 0;
-    std::uint64_t presents_ = 0;
+    std::uint64_t swaps_ = 0;
 };
 
 // Whether an OpenGL 3.3 core context can be made on this display; `software` tells whether

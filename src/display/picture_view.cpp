@@ -363,9 +363,13 @@ DrawPlan PictureView::Plan(int width, int height) {
 void PictureView::NotePainted(const QRect& destination) {
     lastDestination_ = destination;
     ++paints_;
-    // Not before the frame is out, which happens when the paint returns (the copy to the
-    // screen, a buffer swap): the reduction's thread would compete with it for the processor.
-    PostOnce(reductionPosted_, [this] { AfterFrame(); });
+    // The frame is out (the copy of the backing store to the window system, a buffer swap)
+    // when the paint has returned and the posted call runs; a reduction started before
+    // would compete with it for the processor.
+    PostOnce(reductionPosted_, [this] {
+        ++presents_;
+        AfterFrame();
+    });
     emit Painted();
 }
 

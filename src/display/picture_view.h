@@ -86,8 +86,9 @@ public:
     QRect LastDestination() const { return lastDestination_; }
     // Paints counted since construction (benchmarks and tests wait for the next one).
     std::uint64_t PaintCount() const { return paints_; }
-    // Frames that reached the window (for the accelerated view: swapped to the screen).
-    virtual std::uint64_t PresentCount() const { return paints_; }
+    // Frames that reached the window: for the raster view, painted and copied to the window
+    // system; for the accelerated view, swapped to the screen.
+    virtual std::uint64_t PresentCount() const { return presents_; }
     bool CursorHidden() const { return cursorHidden_; }
 
     // What the view shows now, as the screen would (tests and --screenshot).
@@ -201,6 +202,7 @@ private:
     QTimer idle_;       // hides a resting cursor
     QRect lastDestination_;
     std::uint64_t paints_ = 0;
+    std::uint64_t presents_ = 0;
     QImage reduced_;  // picture_ reduced to reducedSize_
     QSize reducedSize_;
     bool reducing_ = false;         // a reduction of the current picture is being made
