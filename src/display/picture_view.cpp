@@ -664,13 +664,10 @@ const QImage& PictureView::SmoothReduction(const QSize& size) const {
 }
 
 void PictureView::AfterFrame() {
-    if (image_.isNull() || width() <= 0 || height() <= 0) {
-        return;
+    if (reducing_ || image_.isNull() || width() <= 0 || height() <= 0) {
+        return;  // one at a time: when it comes, its frame starts the next if the size changed
     }
     const QSize target = ReductionTarget(Plan(width(), height()), geometry_.Zoomed());
-    if (reducing_) {
-        return;  // one at a time: when it comes, the next is started if the size changed
-    }
     if (target.isEmpty() || target == reducedSize_) {
         if (settledGeneration_ != generation_ || settledSize_ != size()) {
             settledGeneration_ = generation_;
