@@ -174,15 +174,13 @@ void MainFrame::PrepareAhead() {
             return;
         }
         list::PictureEntry* next = window.Neighbour(*current, forward_);
-        // A worker holds the lock for the whole decode: busy means not decoded yet.
+        // Queued or being decoded: worth another look. A worker holds the decode lock for the
+        // whole decode, so the picture is only read when the lock is free.
+        decoding = next->decoding.load();
         std::unique_lock lock(next->decodeLock, std::try_to_lock);
-        if (!lock.owns_lock()) {
-            decoding = true;
-            return;
+        if (lock.owns_lock()) {
+            ahead = next->decodedPicture;
         }
-        ahead = next->decodedPicture;
-        // Not decoded yet, unless its decode failed.
-        decoding = ahead == nullptr && next->decodeResult >= 0;
     });
     if (ahead != nullptr) {
         aheadTimer_.stop();
