@@ -402,7 +402,7 @@ void MainFrame::RefreshCaptionAndStatus() {
     if (entry != nullptr) {
         hasEntry = true;
         label.basePath = entry->BasePathCopy();
-        label.extensionText = entry->extensionSet;
+        label.extensionText = list_->ExtensionSetOf(*entry);
         label.frameIndex = entry->frameIndex;
         label.frameCount = entry->frameCount;
         if (const auto& picture = view_->Picture()) {
@@ -659,9 +659,10 @@ void MainFrame::closeEvent(QCloseEvent* event) {
     if (settings::ReuseLastPictureFolder.On()) {
         if (list::PictureEntry* entry = list_->Current()) {
             std::error_code error;
+            const std::string extensions = list_->ExtensionSetOf(*entry);
             const auto relative = std::filesystem::relative(
                 std::filesystem::path(entry->BasePathCopy() + "." +
-                                      entry->extensionSet.substr(0, entry->extensionSet.find(';'))),
+                                      extensions.substr(0, extensions.find(';'))),
                 list_->Folder(), error);
             if (!error) {
                 lastViewed = relative.string();

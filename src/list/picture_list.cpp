@@ -344,6 +344,11 @@ PictureEntry* PictureList::Current() const {
     return current_ == entries_.end() ? nullptr : current_->get();
 }
 
+std::string PictureList::ExtensionSetOf(const PictureEntry& entry) const {
+    std::scoped_lock lock(mutex_);
+    return entry.extensionSet;
+}
+
 std::uint32_t PictureList::Position() const {
     std::scoped_lock lock(mutex_);
     return position_;

@@ -76,6 +76,9 @@ public:
                  bool userAction = false);
 
     PictureEntry* Current() const;
+    // `entry`'s extension set, copied under the list lock: a sibling file may join it at any
+    // time. `entry` must be in the list.
+    std::string ExtensionSetOf(const PictureEntry& entry) const;
     std::uint32_t Position() const;  // 1-based; 0 when the list is empty
     std::uint32_t Count() const;
     // Calls `visit` for each entry in display order, with the list lock held: it must not
