@@ -6,16 +6,17 @@
 // as textures, in tiles when it is larger than the driver's texture limit, with mipmaps when
 // multi-sampling is on, into the storage of the last picture's textures when the size is the
 // same. The smooth reduction of the picture ahead, prepared while the view is idle, is loaded
-// into a second texture then, so that the step to it uploads nothing. Each frame clears to black
-// and draws the planned source rectangle into the destination as textured quads, then the caption
-// box and the stamps blended over it.
+// into a second texture then, so that the step to it uploads nothing. Each frame clears the
+// margins to black and copies a reduction into place, or draws the planned source rectangle
+// into the destination as textured quads, then the caption box and the stamps blended over it.
 //
 // A lost context (a reset reported by the driver, an invalid context, or the test hook) is
 // survived once: the frame stays black, the textures are dropped and made again 250 ms
 // later. A second loss before a frame was drawn again emits DisplayFailed.
 //
-// Thread rules: user-interface thread only. The textures belong to the shown picture and
-// go as soon as the view lets go of it.
+// Thread rules: user-interface thread only. The textures hold the shown picture and the
+// prepared one; their storage is reused by the next picture of the same size and goes with
+// the view or its context.
 #pragma once
 
 #include <memory>
