@@ -157,7 +157,7 @@ protected:
     QString caption_;
 
 private:
-    // A reduction made on the pool: the prepared picture's, or the current one's.
+    // The prepared picture's reduction, made on the pool.
     struct Reduction {
         std::weak_ptr<const decode::DecodedPicture> picture;
         QSize size;

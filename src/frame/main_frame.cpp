@@ -51,9 +51,11 @@ platform::RegKey SettingsKey() {
     return key;
 }
 
-// The picture of `entry`, taken under its decode lock (the workers replace it under it).
-std::shared_ptr<const decode::DecodedPicture> PictureOf(list::PictureEntry& entry) {
-    std::unique_lock lock(entry.decodeLock, std::chrono::milliseconds(200));
+// The picture of `entry`, taken under its decode lock (the workers replace it under it, and
+// hold it for a whole decode); none when the lock is not free within `wait`.
+std::shared_ptr<const decode::DecodedPicture> PictureOf(
+    list::PictureEntry& entry, std::chrono::milliseconds wait = std::chrono::milliseconds(200)) {
+    std::unique_lock lock(entry.decodeLock, wait);
     if (!lock.owns_lock()) {
         return nullptr;
     }
@@ -117,12 +119,11 @@ MainFrame::MainFrame(std::uint32_t workers, QWidget* parent, bool accelerated)
     connect(&windowRefresh_, &QTimer::timeout, this, [this] {
         lastWindowRefresh_.start();
         cache_->Replan(false);
-        aheadLooks_ = 0;
-        PrepareAhead();
+        PrepareAhead(true);
     });
     aheadTimer_.setSingleShot(true);
     aheadTimer_.setInterval(kAheadLookMs);
-    connect(&aheadTimer_, &QTimer::timeout, this, &MainFrame::PrepareAhead);
+    connect(&aheadTimer_, &QTimer::timeout, this, [this] { PrepareAhead(false); });
     ConnectView();
     timer8_.setSingleShot(true);
     timer8_.setInterval(1);
@@ -159,13 +160,13 @@ void MainFrame::ConnectView() {
     connect(view_, &display::PictureView::KeepRequested, this, [] { QApplication::beep(); });
     connect(view_, &display::PictureView::DisplayFailed, this, &MainFrame::DisplayFailed,
             Qt::QueuedConnection);
-    connect(view_, &display::PictureView::Settled, this, [this] {
-        aheadLooks_ = 0;
-        PrepareAhead();
-    });
+    connect(view_, &display::PictureView::Settled, this, [this] { PrepareAhead(true); });
 }
 
-void MainFrame::PrepareAhead() {
+void MainFrame::PrepareAhead(bool firstLook) {
+    if (firstLook) {
+        aheadLooks_ = 0;
+    }
     std::shared_ptr<const decode::DecodedPicture> ahead;
     bool decoding = false;
     list_->VisitWindow([&](const list::ListWindow& window) {
@@ -174,13 +175,9 @@ void MainFrame::PrepareAhead() {
             return;
         }
         list::PictureEntry* next = window.Neighbour(*current, forward_);
-        // Queued or being decoded: worth another look. A worker holds the decode lock for the
-        // whole decode, so the picture is only read when the lock is free.
+        // Queued or being decoded: worth another look. Never waits for a worker.
         decoding = next->decoding.load();
-        std::unique_lock lock(next->decodeLock, std::try_to_lock);
-        if (lock.owns_lock()) {
-            ahead = next->decodedPicture;
-        }
+        ahead = PictureOf(*next, std::chrono::milliseconds(0));
     });
     if (ahead != nullptr) {
         aheadTimer_.stop();

@@ -145,8 +145,9 @@ private:
     void ShowPanel();
     void ConnectView();
     // Hands the view the picture a step in the direction of travel will show, once it is
-    // decoded, so that the view prepares its first frame while idle.
-    void PrepareAhead();
+    // decoded, so that the view prepares its first frame while idle; looks again a while
+    // after `firstLook` while it is being decoded.
+    void PrepareAhead(bool firstLook);
     void DisplayFailed();
     void RunMarkCommand(int command);
     void SpeakMarks();
